@@ -1,0 +1,23 @@
+# Thin wrapper around CMake and ctest: `make test` is what CI runs.
+BUILD_DIR ?= build
+BUILD_TYPE ?= RelWithDebInfo
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+
+.PHONY: all bootstrap configure build test clean
+
+all: build
+
+bootstrap:
+	@scripts/bootstrap
+
+configure: bootstrap
+	@cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DBUILD_TESTING=ON >/dev/null
+
+build: configure
+	@cmake --build $(BUILD_DIR) --parallel $(JOBS)
+
+test: build
+	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS) --timeout 120
+
+clean:
+	rm -rf $(BUILD_DIR)
