@@ -5,6 +5,8 @@
 #include "agents.h"
 #include "core_trace.h"
 
+#include <algorithm>
+
 namespace {
 // Line tags the host's log readers know for this function's trace.
 constexpr int kStartTag = 191;
