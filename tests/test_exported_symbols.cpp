@@ -1,6 +1,8 @@
 // The built plug-in's dynamic symbol table and dynamic section: exactly the exported interface
 // a host links against, the SONAME hosts load by, and the run-time search path.
 
+#include "test_data.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QSet>
@@ -42,7 +44,7 @@ QSet<QString> definedDynamicSymbols()
 
 QSet<QString> expectedSymbols()
 {
-    QFile file(qEnvironmentVariable("ZT_TEST_DATA") + QStringLiteral("/exported_symbols.txt"));
+    QFile file(testDataFile("exported_symbols.txt"));
     QSet<QString> symbols;
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return symbols;
