@@ -1,6 +1,7 @@
 // The agents around host components: which component each asks the core for, what an agent
 // without its component prints and does, what reaches the core's logger, and who releases what.
 
+#include "qt_printers.h"
 #include "agents.h"
 #include "entry_points.h"
 #include "fake_core.h"
@@ -25,12 +26,6 @@
 #include <memory>
 #include <ostream>
 #include <type_traits>
-
-// Readable QString values in failure messages.
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
 
 // Qt's object hooks (QtCore's qtHookData): called for every QObject made and destroyed. The
 // only way to reach an agent that has neither a parent nor a public owner.

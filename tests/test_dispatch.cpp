@@ -1,6 +1,7 @@
 // Q_Dispatch: calling a host object's methods by name through its meta-object, passing every
 // argument by address, and the core log that traces each step.
 
+#include "qt_printers.h"
 #include "log_sandbox.h"
 #include "q_dispatch.h"
 
@@ -17,12 +18,6 @@
 
 #include <algorithm>
 #include <ostream>
-
-// Readable QString values in failure messages.
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
 
 namespace {
 

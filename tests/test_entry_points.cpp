@@ -1,6 +1,7 @@
 // The four plain-named entry points a host resolves (version query, component creation, core
 // installation and removal) and the two functions through which the library reaches the core.
 
+#include "qt_printers.h"
 #include "agents.h"
 #include "entry_points.h"
 #include "fake_core.h"
@@ -19,12 +20,6 @@
 #include <cstring>
 #include <memory>
 #include <ostream>
-
-// Readable QString values in failure messages.
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
 
 namespace {
 

@@ -6,6 +6,8 @@
 // leave the matching line in the core log, call nothing it should not, and leave the object
 // usable once the host is good again.
 
+#include "error_probe.h"
+#include "qt_printers.h"
 #include "crypto_error.h"
 #include "key_host.h"
 #include "log_sandbox.h"
@@ -25,12 +27,6 @@
 #include <utility>
 #include <vector>
 
-// Readable failure output; a QStringList prints as a list of these.
-static void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-
 namespace {
 
 const QString kManagerProgId = QStringLiteral("ZTSIGNATUREMANAGER.ZtSignatureManager.1");
@@ -45,9 +41,6 @@ const QString kWrongPin = QStringLiteral("您输入的电子钥匙盘密码错�
 const QString kContainerMissing = QStringLiteral("密钥盘容器不存在");
 const QString kCertificateUnread = QStringLiteral("获取加密证书失败");
 // Set before each refused call, so that a call which sets no code shows as this text.
-constexpr unsigned long kEarlierCode = 0x7E57;
-const QString kEarlierCodeKept = QStringLiteral("errorcode : [32343]");
-
 // Host types passed by value: the dispatcher refuses any class it does not know.
 struct KeyFilter
 {
@@ -346,26 +339,11 @@ struct Road
 
     void clearRecords()
     {
-        host.core.clearRecords();
-        host.signatureManager.getZtKeyCalls = 0;
-        host.keyComponent.countCalls = 0;
-        host.keyComponent.openedIndices.clear();
-        host.key.calls.clear();
+        host.clearRecords();
         QFile::remove(logs.coreLogPath());
     }
 
-    // The host methods that ran, in road order: manager, key component, key object.
-    QStringList hostCalls() const
-    {
-        QStringList calls;
-        for (int i = 0; i < host.signatureManager.getZtKeyCalls; ++i)
-            calls << QStringLiteral("getZtKey()");
-        for (int i = 0; i < host.keyComponent.countCalls; ++i)
-            calls << QStringLiteral("count()");
-        for (int index : host.keyComponent.openedIndices)
-            calls << QStringLiteral("open(%1)").arg(index);
-        return calls + host.key.calls;
-    }
+    QStringList hostCalls() const { return host.hostCalls(); }
 
     QStringList trace() const
     {

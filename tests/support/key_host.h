@@ -27,6 +27,12 @@ struct KeyHost
     // Takes the key away: "count" answers 0.
     void detachKeys() { keyComponent.keys.clear(); }
 
+    // Every host call of the key road so far, in road order: "getZtKey()", "count()",
+    // "open(0)", then the key object's calls.
+    QStringList hostCalls() const;
+    // Forgets what the host saw so far (traces, creations, calls); the key and its state stay.
+    void clearRecords();
+
 private:
     InstalledCore m_installed;
 };
