@@ -17,11 +17,6 @@ ZT_EXPORT const char *ZtCryptoGetErrMessage();
 namespace ZtError {
 constexpr unsigned long kNoKeyDevice = 1000;                   // 0x3E8
 constexpr unsigned long kWrongPin = 1007;                      // 0x3EF
-constexpr unsigned long kSessionKeyNotImported = 0x2002;       // key device does not match
-constexpr unsigned long kDecryptInitFailed = 0x2003;
-constexpr unsigned long kDecryptFailed = 0x2004;
-constexpr unsigned long kModuleNotLoaded = 0x2005;
-constexpr unsigned long kEnvelopeNotParsed = 0x2006;
 constexpr unsigned long kEncryptionCertificateNotRead = 0x2008;
 constexpr unsigned long kNoCertificateContainer = 0x0D000041;  // empty container list
 constexpr unsigned long kUnknownDeviceError = 0x0A000002;      // SAR_UNKNOWNERR
