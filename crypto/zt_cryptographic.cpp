@@ -8,7 +8,8 @@ ZtCryptographic::ZtCryptographic(QObject *parent)
 {
 }
 
-// The key object in m_userKey is the host's and is neither closed nor released here.
+// The key in m_userKey is the host's and stays open; its agent is not deleted either, one of
+// the library's deliberate leaks (WebOpenKey drops earlier agents the same way).
 ZtCryptographic::~ZtCryptographic() = default;
 
 QString ZtCryptographic::WebGetLastErrorMsg()
