@@ -123,19 +123,35 @@ public:
 
 // Key objects, with the part of the vocabulary that these roads reach.
 
+// The regular key-object methods, forwarded unchanged. Each variant lists the ones it keeps
+// by name and spells out the one that differs, so that the difference is the line that stands
+// out. moc expands these macros as the compiler does.
+#define FORWARD_ENUM_CONTAINER \
+    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
+#define FORWARD_OPEN_CONTAINER \
+    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
+#define FORWARD_GET_CONTAINER_TYPE \
+    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
+#define FORWARD_CLOSE_CONTAINER \
+    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
+#define FORWARD_EXPORT_CERTIFICATE \
+    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign) \
+    { \
+        return script.exportCertificate(h, sign); \
+    }
+#define FORWARD_VERIFY_PIN \
+    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+
 class KeyWithoutEnumContainer : public KeyObjectVariant
 {
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_OPEN_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_EXPORT_CERTIFICATE
+    FORWARD_VERIFY_PIN
 };
 
 class KeyRefusingEnumContainer : public KeyObjectVariant
@@ -144,14 +160,11 @@ class KeyRefusingEnumContainer : public KeyObjectVariant
 public:
     using KeyObjectVariant::KeyObjectVariant;
     Q_INVOKABLE QStringList enumContainer(QStringList & /*into*/) { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_OPEN_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_EXPORT_CERTIFICATE
+    FORWARD_VERIFY_PIN
 };
 
 class KeyWithoutOpenContainer : public KeyObjectVariant
@@ -159,14 +172,11 @@ class KeyWithoutOpenContainer : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_EXPORT_CERTIFICATE
+    FORWARD_VERIFY_PIN
 };
 
 class KeyRefusingOpenContainer : public KeyObjectVariant
@@ -174,15 +184,12 @@ class KeyRefusingOpenContainer : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
+    FORWARD_ENUM_CONTAINER
     Q_INVOKABLE qulonglong openContainer(QString &name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_EXPORT_CERTIFICATE
+    FORWARD_VERIFY_PIN
 };
 
 class KeyWithoutGetContainerType : public KeyObjectVariant
@@ -190,14 +197,11 @@ class KeyWithoutGetContainerType : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_OPEN_CONTAINER
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_EXPORT_CERTIFICATE
+    FORWARD_VERIFY_PIN
 };
 
 class KeyRefusingGetContainerType : public KeyObjectVariant
@@ -205,15 +209,12 @@ class KeyRefusingGetContainerType : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_OPEN_CONTAINER
     Q_INVOKABLE int getContainerType(ContainerRef c) { return script.getContainerType(c.handle); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_EXPORT_CERTIFICATE
+    FORWARD_VERIFY_PIN
 };
 
 class KeyWithoutCloseContainer : public KeyObjectVariant
@@ -221,14 +222,11 @@ class KeyWithoutCloseContainer : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_OPEN_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_EXPORT_CERTIFICATE
+    FORWARD_VERIFY_PIN
 };
 
 class KeyRefusingCloseContainer : public KeyObjectVariant
@@ -236,15 +234,12 @@ class KeyRefusingCloseContainer : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_OPEN_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
     Q_INVOKABLE void closeContainer(qulonglong &h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_EXPORT_CERTIFICATE
+    FORWARD_VERIFY_PIN
 };
 
 class KeyWithoutExportCertificate : public KeyObjectVariant
@@ -252,11 +247,11 @@ class KeyWithoutExportCertificate : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_OPEN_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_VERIFY_PIN
 };
 
 class KeyRefusingExportCertificate : public KeyObjectVariant
@@ -264,15 +259,15 @@ class KeyRefusingExportCertificate : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_OPEN_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_CLOSE_CONTAINER
     Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool &sign)
     {
         return script.exportCertificate(h, sign);
     }
-    Q_INVOKABLE bool verifyPin(QString pin, bool admin) { return script.verifyPin(pin, admin); }
+    FORWARD_VERIFY_PIN
 };
 
 class KeyWithoutVerifyPin : public KeyObjectVariant
@@ -280,14 +275,11 @@ class KeyWithoutVerifyPin : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_OPEN_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_EXPORT_CERTIFICATE
 };
 
 class KeyRefusingVerifyPin : public KeyObjectVariant
@@ -295,14 +287,11 @@ class KeyRefusingVerifyPin : public KeyObjectVariant
     Q_OBJECT
 public:
     using KeyObjectVariant::KeyObjectVariant;
-    Q_INVOKABLE QStringList enumContainer() { return script.enumContainer(); }
-    Q_INVOKABLE qulonglong openContainer(QString name) { return script.openContainer(name); }
-    Q_INVOKABLE int getContainerType(qulonglong h) { return script.getContainerType(h); }
-    Q_INVOKABLE void closeContainer(qulonglong h) { script.closeContainer(h); }
-    Q_INVOKABLE QByteArray exportCertificate(qulonglong h, bool sign)
-    {
-        return script.exportCertificate(h, sign);
-    }
+    FORWARD_ENUM_CONTAINER
+    FORWARD_OPEN_CONTAINER
+    FORWARD_GET_CONTAINER_TYPE
+    FORWARD_CLOSE_CONTAINER
+    FORWARD_EXPORT_CERTIFICATE
     Q_INVOKABLE bool verifyPin(QString &pin, bool admin) { return script.verifyPin(pin, admin); }
 };
 
