@@ -2,11 +2,111 @@
 
 #include "zt_cryptographic.h"
 
+#include "agents.h"
+#include "core_trace.h"
+#include "crypto_error.h"
+#include "crypto_log.h"
+#include "device_records.h"
+#include "processor_time.h"
+#include "zt_envelope_data.h"
+
+#include <ctime>
+
+namespace {
+// Line tags the host's log readers know for this method's trace.
+constexpr int kStartTag = 305;
+constexpr int kNoKeyTag = 310;
+constexpr int kInputLengthTag = 315;
+constexpr int kNoContainerTag = 331;
+constexpr int kBlobTag = 343;
+constexpr int kNoSessionKeyTag = 349;
+constexpr int kDecryptInitTag = 364;
+constexpr int kContentLengthTag = 370;
+constexpr int kDecryptTag = 374;
+
+constexpr int kSm2ContainerType = 2;
+// SGD_SM4_ECB: the session key's algorithm is fixed, whatever the page asks for.
+constexpr qulonglong kSessionKeyAlgorithm = 0x401;
+
+QString failed()
+{
+    return QStringLiteral("false");
+}
+} // namespace
+
 QString ZtCryptographic::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
 {
-    // Opening envelopes needs the envelope reader, which this build does not have yet: every
-    // envelope is refused with the method's failure text, and nothing else happens.
-    Q_UNUSED(bas64EncData)
     Q_UNUSED(ulAlgID)
-    return QStringLiteral("false");
+    const std::clock_t start = std::clock();
+    coreTraceDebug("WebZtDecode", kStartTag, QStringLiteral(" start "));
+    _logCrypto(QStringLiteral("[ZtCryptographic::WebZtDecode] start "));
+
+    if (!m_userKey) {
+        coreTraceError("WebZtDecode", kNoKeyTag, QStringLiteral(" not exist key, return false "));
+        SetCryptoErrorCode(ZtError::kNoKeyDevice);
+        return failed();
+    }
+    coreTraceDebug("WebZtDecode", kInputLengthTag,
+                   QStringLiteral("encode base64 data length : [%1]").arg(bas64EncData.size()));
+
+    ZtEnvelopeData envelope;
+    // Lenient decoding: characters outside the Base64 alphabet are skipped. The decoded
+    // envelope is released as soon as it is parsed; load() has set the code on failure.
+    if (!envelope.load(QByteArray::fromBase64(bas64EncData.toUtf8())))
+        return failed();
+    const QByteArray packedKey = envelope.GetEncKeyData();
+    QByteArray content = envelope.GetEncContent();
+
+    qulonglong container = GetContainer(m_userKey, kSm2ContainerType);
+    if (!container) {
+        coreTraceError("WebZtDecode", kNoContainerTag,
+                       QStringLiteral(" not found sm2 container, return false "));
+        SetCryptoErrorCode(ZtError::kContainerNotFound); // replaces what the lookup set
+        return failed();
+    }
+
+    QByteArray blob = ZtDeviceRecords::eccCipherBlob(packedKey);
+    coreTraceDebug("WebZtDecode", kBlobTag,
+                   QStringLiteral(" ecc Cipher Blob  data = ") + QString::fromLatin1(blob.toHex()));
+
+    // Handles, identifiers and lengths cross to the host as 64-bit values.
+    qulonglong algorithm = kSessionKeyAlgorithm;
+    qulonglong blobLength = qulonglong(blob.size());
+    qulonglong sessionKey = 0;
+    m_userKey->invokeHelper(QStringLiteral("importSessionKey"), &sessionKey, &container,
+                            &algorithm, &blob, &blobLength);
+    if (!sessionKey) {
+        coreTraceError("WebZtDecode", kNoSessionKeyTag,
+                       QStringLiteral("get hSessionKey handle is NULL"));
+        SetCryptoErrorCode(ZtError::kKeyDeviceMismatch);
+        return failed();
+    }
+
+    // The array views the record, which outlives the call.
+    const ZtDeviceRecords::BlockCipherParam record = ZtDeviceRecords::sm4EcbDecryptParam();
+    QByteArray param = QByteArray::fromRawData(record.data(), int(record.size()));
+    bool initialised = false;
+    m_userKey->invokeHelper(QStringLiteral("decryptInit"), &initialised, &sessionKey, &param);
+    if (!initialised) {
+        coreTraceError("WebZtDecode", kDecryptInitTag, QStringLiteral("decrypt Init fail"));
+        SetCryptoErrorCode(ZtError::kDecryptInitFailed);
+        return failed();
+    }
+
+    coreTraceDebug("WebZtDecode", kContentLengthTag,
+                   QStringLiteral("Encode Content data length : %1").arg(content.size()));
+    qulonglong contentLength = qulonglong(content.size());
+    QByteArray plaintext;
+    m_userKey->invokeHelper(QStringLiteral("decrypt"), &plaintext, &sessionKey, &content,
+                            &contentLength);
+    // An envelope whose content decrypts to nothing is a failure, not an empty success.
+    if (plaintext.isEmpty()) {
+        coreTraceError("WebZtDecode", kDecryptTag, QStringLiteral("decrypt data fail"));
+        SetCryptoErrorCode(ZtError::kDecryptFailed);
+        return failed();
+    }
+
+    _logCrypto(formatLogLine("[ZtCryptographic::WebZtDecode] decode data spend time : [%f]S",
+                             processorSecondsSince(start)));
+    return QString::fromLatin1(plaintext.toBase64());
 }

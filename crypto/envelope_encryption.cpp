@@ -4,6 +4,7 @@
 
 #include "core_trace.h"
 #include "crypto_error.h"
+#include "zt_envelope_data.h"
 
 namespace {
 constexpr int kEmptyCertificateTag = 256; // the line tag the host's log readers know
@@ -15,6 +16,8 @@ QString ZtCryptographic::WebZtEncode(QString bas64SrcData, QString certData, qui
     // validates the recipient certificate and produces no envelope.
     Q_UNUSED(bas64SrcData)
     Q_UNUSED(ulAlgID)
+    // Made for the call and dropped unfilled: the envelope is built by other callers.
+    const ZtEnvelopeData envelope;
 
     // Lenient decoding: characters outside the Base64 alphabet are skipped, so text that is
     // not Base64 at all decodes to nothing and counts as no certificate.

@@ -6,15 +6,9 @@
 #include "core_trace.h"
 #include "crypto_error.h"
 #include "crypto_log.h"
+#include "processor_time.h"
 
 #include <ctime>
-#include <cstdio>
-
-namespace {
-// clock() ticks are turned into seconds by this fixed divisor, as the log readers expect.
-constexpr double kClockTicksPerSecond = 1000000;
-constexpr size_t kLogLineBufferSize = 256;
-} // namespace
 
 bool ZtCryptographic::WebOpenKey()
 {
@@ -43,11 +37,8 @@ bool ZtCryptographic::WebOpenKey()
             // on that difference. An earlier agent is dropped without being deleted.
             m_userKey = keyObject ? new KeyObjectAgent(keyObject) : nullptr;
             if (m_userKey && m_userKey->target()) {
-                const double seconds = double(std::clock() - start) / kClockTicksPerSecond;
-                char line[kLogLineBufferSize] = {};
-                std::snprintf(line, sizeof line,
-                              "[ZtCryptographic::WebOpenKey] end, spend time [%f]S", seconds);
-                _logCrypto(QString::fromUtf8(line));
+                _logCrypto(formatLogLine("[ZtCryptographic::WebOpenKey] end, spend time [%f]S",
+                                         processorSecondsSince(start)));
                 return true;
             }
         }

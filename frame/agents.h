@@ -73,4 +73,6 @@ inline const char kKeyProgId[] = "ZTKEY.ZtKey.1";
 inline const char kKeyClassId[] = "5F02B9D8-61E4-4A37-9C25-D0B3E8A41F76";
 inline const char kCertificateProgId[] = "ZTUTIL.ZtCerificate.1";
 inline const char kCertificateClassId[] = "";
+inline const char kAsnProgId[] = "ZTUTIL.ZtAsn.1";
+inline const char kAsnClassId[] = "";
 } // namespace ZtComponentIds

@@ -22,4 +22,9 @@ constexpr unsigned long kNoCertificateContainer = 0x0D000041;  // empty containe
 constexpr unsigned long kUnknownDeviceError = 0x0A000002;      // SAR_UNKNOWNERR
 constexpr unsigned long kCertificateNotFound = 0x0A00001C;     // SAR_CERTNOTFOUNTERR
 constexpr unsigned long kContainerNotFound = 0x0B000035;
+constexpr unsigned long kKeyDeviceMismatch = 0x2002;           // session key not imported
+constexpr unsigned long kDecryptInitFailed = 0x2003;
+constexpr unsigned long kDecryptFailed = 0x2004;
+constexpr unsigned long kModuleLoadFailed = 0x2005;            // no ASN.1 component
+constexpr unsigned long kEnvelopeParseFailed = 0x2006;
 } // namespace ZtError
