@@ -1,0 +1,36 @@
+#include "core/standard_components.h"
+
+#include "asn/asn_document.h"
+#include "certificate/certificate_component.h"
+#include "core/component_ids.h"
+#include "core/host_core.h"
+#include "core/signature_manager.h"
+#include "key/default_driver.h"
+#include "key/key_component.h"
+
+namespace zthost {
+
+void registerStandardComponents(HostCore &core, const StandardComponentOptions &options)
+{
+    using namespace ComponentIds;
+    HostCore *host = &core;
+    core.registerComponent(QLatin1String(kSignatureManagerProgId),
+                           QLatin1String(kSignatureManagerClassId), HostCore::Lifetime::Shared,
+                           [host] { return new SignatureManager(host); });
+
+    // The driver is loaded when the plug-in first asks for the key component, not before: a
+    // host that never opens a key never touches a driver.
+    const QString driverPath =
+        options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
+    core.registerComponent(QLatin1String(kKeyProgId), QLatin1String(kKeyClassId),
+                           HostCore::Lifetime::Shared,
+                           [host, driverPath] { return new KeyComponent(driverPath, host->log()); });
+
+    core.registerComponent(QLatin1String(kCertificateProgId), QString(),
+                           HostCore::Lifetime::PerOperation,
+                           [] { return new CertificateComponent; });
+    core.registerComponent(QLatin1String(kAsnProgId), QString(), HostCore::Lifetime::PerOperation,
+                           [] { return new AsnDocument; });
+}
+
+} // namespace zthost

@@ -1,0 +1,110 @@
+#include "key/key_component.h"
+
+#include "core/host_log.h"
+#include "key/key_object.h"
+#include "key/name_list.h"
+#include "key/skf_driver.h"
+#include "key/skf_errors.h"
+
+namespace zthost {
+
+namespace {
+
+std::unique_ptr<SkfDriver> loadOrLog(const QString &path, HostLog &log)
+{
+    QString error;
+    std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, &error);
+    if (!driver)
+        log.error(error);
+    return driver;
+}
+
+} // namespace
+
+KeyComponent::KeyComponent(const QString &driverPath, HostLog &log, QObject *parent)
+    : KeyComponent(loadOrLog(driverPath, log), log, parent)
+{
+}
+
+KeyComponent::KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent)
+    : QObject(parent), m_driver(std::move(driver)), m_log(log)
+{
+}
+
+KeyComponent::~KeyComponent()
+{
+    // Key objects release their handles through the driver, so they go first. Objects of the
+    // plug-in parented to this component are deleted afterwards by QObject.
+    for (const QPointer<KeyObject> &key : qAsConst(m_opened))
+        delete key.data();
+    m_opened.clear();
+}
+
+QStringList KeyComponent::deviceNames()
+{
+    QStringList names;
+    if (!m_driver)
+        return names;
+    const ULONG code = readNameList(
+        [this](LPSTR list, ULONG *size) { return m_driver->functions().EnumDev(TRUE, list, size); }, &names);
+    if (code != SAR_OK) {
+        m_log.error(skfFailureText("SKF_EnumDev", code));
+        names.clear();
+    }
+    return names;
+}
+
+int KeyComponent::count()
+{
+    return deviceNames().size();
+}
+
+QObject *KeyComponent::open(int index)
+{
+    const QStringList names = deviceNames();
+    if (index < 0 || index >= names.size()) {
+        m_log.warning(QStringLiteral("no key device at index %1 (%2 listed)")
+                          .arg(index)
+                          .arg(names.size()));
+        return nullptr;
+    }
+    const QString &name = names.at(index);
+    QByteArray encodedName = name.toUtf8();
+    DEVHANDLE device = nullptr;
+    ULONG code = m_driver->functions().ConnectDev(encodedName.data(), &device);
+    if (code != SAR_OK || !device) {
+        m_log.error(QStringLiteral("key device \"%1\": %2").arg(name, skfFailureText("SKF_ConnectDev", code)));
+        return nullptr;
+    }
+
+    QStringList applications;
+    code = readNameList(
+        [this, device](LPSTR list, ULONG *size) {
+            return m_driver->functions().EnumApplication(device, list, size);
+        },
+        &applications);
+    if (code != SAR_OK || applications.isEmpty()) {
+        m_log.error(QStringLiteral("key device \"%1\": %2")
+                        .arg(name, code != SAR_OK ? skfFailureText("SKF_EnumApplication", code)
+                                                  : QStringLiteral("holds no application")));
+        m_driver->functions().DisConnectDev(device);
+        return nullptr;
+    }
+
+    QByteArray encodedApplication = applications.first().toUtf8();
+    HAPPLICATION application = nullptr;
+    code = m_driver->functions().OpenApplication(device, encodedApplication.data(), &application);
+    if (code != SAR_OK || !application) {
+        m_log.error(QStringLiteral("key device \"%1\": %2, application \"%3\"")
+                        .arg(name, skfFailureText("SKF_OpenApplication", code),
+                             applications.first()));
+        m_driver->functions().DisConnectDev(device);
+        return nullptr;
+    }
+
+    auto *key = new KeyObject(*m_driver, m_log, name, device, application, this);
+    m_opened.append(QPointer<KeyObject>(key));
+    return key;
+}
+
+} // namespace zthost
