@@ -6,11 +6,16 @@
 #include "key/block_cipher_record.h"
 #include "openssl_envelope.h"
 
-#include <QtEndian>
-
 using namespace zthost;
 
 namespace {
+
+// Writes `value` little-endian at `offset`, inside the array's bounds.
+void putLittleEndian32(QByteArray &bytes, int offset, quint32 value)
+{
+    for (int i = 0; i < 4; ++i)
+        bytes[offset + i] = char((value >> (8 * i)) & 0xff);
+}
 
 constexpr qulonglong kSm4Ecb = 0x401;
 
@@ -21,9 +26,9 @@ QByteArray blockCipherRecord(const QByteArray &iv, quint32 ivLen, quint32 paddin
     using namespace BlockCipherRecord;
     QByteArray record(kSize, '\0');
     record.replace(kIvOffset, qMin(iv.size(), kIvSize), iv.left(kIvSize));
-    qToLittleEndian(ivLen, record.data() + kIvLenOffset);
-    qToLittleEndian(paddingType, record.data() + kPaddingTypeOffset);
-    qToLittleEndian(feedBitLen, record.data() + kFeedBitLenOffset);
+    putLittleEndian32(record, kIvLenOffset, ivLen);
+    putLittleEndian32(record, kPaddingTypeOffset, paddingType);
+    putLittleEndian32(record, kFeedBitLenOffset, feedBitLen);
     return record;
 }
 
@@ -44,7 +49,7 @@ QByteArray eccCipherBlob(const Sm2CiphertextFields &fields)
     blob.replace(kXOffset + kCoordinateField - x.size(), x.size(), x);
     blob.replace(kYOffset + kCoordinateField - y.size(), y.size(), y);
     blob.replace(kHashOffset, fields.hash.size(), fields.hash);
-    qToLittleEndian(quint32(fields.cipher.size()), blob.data() + kCipherLenOffset);
+    putLittleEndian32(blob, kCipherLenOffset, quint32(fields.cipher.size()));
     blob.replace(kCipherOffset, fields.cipher.size(), fields.cipher);
     return blob;
 }
@@ -83,7 +88,7 @@ TEST(BlockCipherRecord, faultyRecordsAreRefusedWithTheReason)
 {
     const QByteArray valid = blockCipherRecord(QByteArray(16, '\x11'), 16, 1, 0);
     QByteArray ivTooLong = valid;
-    qToLittleEndian(quint32(33), ivTooLong.data() + BlockCipherRecord::kIvLenOffset);
+    putLittleEndian32(ivTooLong, BlockCipherRecord::kIvLenOffset, 33);
     struct Row
     {
         QByteArray record;

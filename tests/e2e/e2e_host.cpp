@@ -1,0 +1,162 @@
+#include "e2e_host.h"
+
+#include "core/component_ids.h"
+#include "core/standard_components.h"
+
+#include <softskf/provision.h>
+
+#include <QDir>
+#include <QFile>
+#include <QMetaObject>
+
+using namespace zthost;
+
+void EndToEnd::SetUp()
+{
+    ASSERT_TRUE(m_root.isValid());
+    ASSERT_TRUE(m_hostLogDir.isValid());
+    m_hadRoot = qEnvironmentVariableIsSet("SOFTSKF_ROOT");
+    m_savedRoot = qgetenv("SOFTSKF_ROOT");
+    qputenv("SOFTSKF_ROOT", QFile::encodeName(m_root.path()));
+}
+
+void EndToEnd::TearDown()
+{
+    // The host's order: the plug-in's objects and core agent, then the host core.
+    if (m_plugin)
+        m_plugin->shutdown();
+    m_core.reset();
+    m_plugin.reset();
+    if (m_hadRoot)
+        qputenv("SOFTSKF_ROOT", m_savedRoot);
+    else
+        qunsetenv("SOFTSKF_ROOT");
+}
+
+void EndToEnd::provision(const QString &device, unsigned maxRetries)
+{
+    softskf::DeviceOptions options;
+    options.name = device.toStdString();
+    options.userPin = kUserPin;
+    options.adminPin = kAdminPin;
+    options.maxRetries = maxRetries;
+    options.containerName = kContainer;
+    options.commonName = "End To End " + device.toStdString();
+    options.pbkdf2Iterations = 1;
+    std::string error;
+    ASSERT_TRUE(softskf::createDevice(m_root.path().toStdString(), options, &error)) << error;
+}
+
+void EndToEnd::unplug(const QString &device)
+{
+    ASSERT_TRUE(QDir(m_root.filePath(device)).removeRecursively());
+}
+
+QByteArray EndToEnd::storedCertificate(const QString &device) const
+{
+    std::vector<unsigned char> der;
+    std::string error;
+    EXPECT_TRUE(softskf::getEncryptionCertificate(m_root.path().toStdString(),
+                                                  device.toStdString(), kContainer, &der, &error))
+        << error;
+    return QByteArray(reinterpret_cast<const char *>(der.data()), int(der.size()));
+}
+
+void EndToEnd::startHost()
+{
+    m_core = std::make_unique<HostCore>();
+    QString error;
+    ASSERT_TRUE(m_core->log().setFile(m_hostLogDir.filePath(QStringLiteral("host.log")), &error))
+        << error.toStdString();
+    m_core->log().setThreshold(LogLevel::Debug);
+    StandardComponentOptions options;
+    options.skfDriverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
+    registerStandardComponents(*m_core, options);
+
+    m_plugin = PluginLoader::load(QStringLiteral(ZT_PLUGIN_PATH), &error);
+    ASSERT_NE(m_plugin, nullptr) << error.toStdString();
+    ASSERT_TRUE(m_plugin->initialize(m_core.get(), &error)) << error.toStdString();
+    crypto = m_plugin->createComponent(QLatin1String(ComponentIds::kCryptographicProgId));
+    ASSERT_NE(crypto, nullptr);
+}
+
+bool EndToEnd::openKey()
+{
+    bool opened = false;
+    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebOpenKey", Qt::DirectConnection,
+                                          Q_RETURN_ARG(bool, opened)));
+    return opened;
+}
+
+bool EndToEnd::closeKey()
+{
+    bool closed = false;
+    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebCloseKey", Qt::DirectConnection,
+                                          Q_RETURN_ARG(bool, closed)));
+    return closed;
+}
+
+bool EndToEnd::verifyPin(const QString &pin)
+{
+    bool verified = false;
+    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebVerifyPin", Qt::DirectConnection,
+                                          Q_RETURN_ARG(bool, verified), Q_ARG(QString, pin)));
+    return verified;
+}
+
+QString EndToEnd::certificateData()
+{
+    QString certificate;
+    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebGetCertData", Qt::DirectConnection,
+                                          Q_RETURN_ARG(QString, certificate),
+                                          Q_ARG(QString, QStringLiteral("0"))));
+    return certificate;
+}
+
+QString EndToEnd::decode(const QString &base64Envelope, qulonglong algorithm)
+{
+    QString plaintext;
+    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebZtDecode", Qt::DirectConnection,
+                                          Q_RETURN_ARG(QString, plaintext),
+                                          Q_ARG(QString, base64Envelope),
+                                          Q_ARG(qulonglong, algorithm)));
+    return plaintext;
+}
+
+QString EndToEnd::lastErrorMessage()
+{
+    QString message;
+    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebGetLastErrorMsg", Qt::DirectConnection,
+                                          Q_RETURN_ARG(QString, message)));
+    return message;
+}
+
+QString EndToEnd::messageOf(qulonglong code)
+{
+    static const QHash<qulonglong, QString> table = [] {
+        QHash<qulonglong, QString> messages;
+        // Named by path: ctest points ZT_TEST_DATA at the calling folder, which has no data.
+        QFile file(QStringLiteral(ZT_ERROR_MESSAGES_PATH));
+        if (!file.open(QIODevice::ReadOnly))
+            return messages;
+        for (const QByteArray &line : file.readAll().split('\n')) {
+            const int tab = line.indexOf('\t');
+            if (tab < 0)
+                continue;
+            bool ok = false;
+            const qulonglong value = line.left(tab).toULongLong(&ok, 0);
+            if (ok)
+                messages.insert(value, QString::fromUtf8(line.mid(tab + 1)));
+        }
+        return messages;
+    }();
+    const QString message = table.value(code);
+    EXPECT_FALSE(message.isEmpty()) << "no message for code 0x" << std::hex << code;
+    return message;
+}
+
+QString EndToEnd::hostLogText() const
+{
+    QFile file(m_hostLogDir.filePath(QStringLiteral("host.log")));
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "core/host_core.h"
+#include "core/plugin_loader.h"
+#include "log_sandbox.h"
+
+#include <QByteArray>
+#include <QHash>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+// The whole road with nothing scripted: software key devices in a private root (SOFTSKF_ROOT,
+// restored after), the real host core with its standard components over the software driver of
+// this build tree, and the built plug-in loaded by path. The scriptable object is reached only
+// through QMetaObject::invokeMethod by name.
+class EndToEnd : public ::testing::Test
+{
+protected:
+    static constexpr const char *kUserPin = "e2e-user-2468";
+    static constexpr const char *kAdminPin = "e2e-admin-1357";
+    static constexpr const char *kWrongPin = "e2e-wrong-9999";
+    static constexpr const char *kContainer = "SM2Container";
+    static constexpr qulonglong kSm4Ecb = 0x401;
+
+    void SetUp() override;
+    void TearDown() override;
+
+    void provision(const QString &device, unsigned maxRetries = 6);
+    void unplug(const QString &device);
+    QByteArray storedCertificate(const QString &device) const;
+
+    // The plug-in, initialised with the host core, and one scriptable object. Done after the
+    // devices are provisioned, as a host starts after the key is plugged in.
+    void startHost();
+
+    bool openKey();
+    bool closeKey();
+    bool verifyPin(const QString &pin);
+    QString certificateData();
+    QString decode(const QString &base64Envelope, qulonglong algorithm = kSm4Ecb);
+    QString lastErrorMessage();
+
+    // The fixed message of `code` from tests/data/error_messages.tsv.
+    static QString messageOf(qulonglong code);
+
+    QString hostLogText() const;
+
+    QObject *crypto = nullptr;
+
+private:
+    LogSandbox m_logs{LogSandbox::CoreLog::Off};
+    QTemporaryDir m_root;
+    QTemporaryDir m_hostLogDir;
+    QByteArray m_savedRoot;
+    bool m_hadRoot = false;
+    std::unique_ptr<zthost::HostCore> m_core;
+    std::unique_ptr<zthost::PluginLoader> m_plugin;
+};
