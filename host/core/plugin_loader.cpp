@@ -1,5 +1,7 @@
 #include "core/plugin_loader.h"
 
+#include "core/component_ids.h"
+
 #include <dlfcn.h>
 
 namespace zthost {
@@ -81,6 +83,11 @@ QObject *PluginLoader::createComponent(const QString &progId, const QString &cla
     if (component)
         m_created.append(QPointer<QObject>(component));
     return component;
+}
+
+QObject *PluginLoader::createScriptableObject()
+{
+    return createComponent(QLatin1String(ComponentIds::kCryptographicProgId));
 }
 
 unsigned int PluginLoader::versionLength() const

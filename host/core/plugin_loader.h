@@ -40,6 +40,8 @@ public:
     // A new scriptable object, owned by the loader; null when the plug-in makes none for these
     // identifiers.
     QObject *createComponent(const QString &progId, const QString &classId = QString());
+    // createComponent("Crypto.ZtCryptographic.1"): the scriptable object pages call.
+    QObject *createScriptableObject();
 
     // The length of the plug-in's version text (the size query: hosts never ask for the text).
     unsigned int versionLength() const;

@@ -1,6 +1,5 @@
 #include "e2e_host.h"
 
-#include "core/component_ids.h"
 #include "core/standard_components.h"
 
 #include <softskf/provision.h>
@@ -76,7 +75,7 @@ void EndToEnd::startHost()
     m_plugin = PluginLoader::load(QStringLiteral(ZT_PLUGIN_PATH), &error);
     ASSERT_NE(m_plugin, nullptr) << error.toStdString();
     ASSERT_TRUE(m_plugin->initialize(m_core.get(), &error)) << error.toStdString();
-    crypto = m_plugin->createComponent(QLatin1String(ComponentIds::kCryptographicProgId));
+    crypto = m_plugin->createScriptableObject();
     ASSERT_NE(crypto, nullptr);
 }
 

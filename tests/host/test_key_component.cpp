@@ -4,6 +4,7 @@
 #include "test_key_component_fixture.h"
 
 #include "core/host_log.h"
+#include "key/default_driver.h"
 #include "key/key_component.h"
 #include "key/key_object.h"
 #include "key/skf_driver.h"
@@ -148,6 +149,15 @@ TEST_F(KeyComponentTest, closeThenEveryCallFailsCleanly)
     KeyObject *again = openFirst();
     ASSERT_NE(again, nullptr);
     EXPECT_TRUE(again->verifyPin(QLatin1String(kUserPin), false));
+}
+
+TEST(DefaultDriver, softwareDeviceOfThisBuildTreeComesFirst)
+{
+    const QStringList candidates = defaultSkfDriverCandidates();
+    ASSERT_EQ(candidates.size(), 2);
+    EXPECT_EQ(candidates.first(), QStringLiteral(ZT_SOFTSKF_DRIVER_PATH));
+    EXPECT_TRUE(candidates.last().endsWith(QStringLiteral("/libztsoftskf.so")));
+    EXPECT_EQ(defaultSkfDriverPath(), QStringLiteral(ZT_SOFTSKF_DRIVER_PATH));
 }
 
 TEST(SkfErrors, everyFailureNamesCodeNameAndMeaning)

@@ -148,8 +148,7 @@ TEST(PluginLoader, realPluginIsDrivenByNameThroughTheHostCore)
     auto loader = PluginLoader::load(kPluginPath, &error);
     ASSERT_NE(loader, nullptr) << error.toStdString();
     ASSERT_TRUE(loader->initialize(&core, &error)) << error.toStdString();
-    QPointer<QObject> crypto =
-        loader->createComponent(QLatin1String(ComponentIds::kCryptographicProgId));
+    QPointer<QObject> crypto = loader->createScriptableObject();
     ASSERT_FALSE(crypto.isNull());
     EXPECT_STREQ(crypto->metaObject()->className(), "ZtCryptographic");
     EXPECT_EQ(loader->createComponent(QStringLiteral("Crypto.Nothing.1")), nullptr);
