@@ -4,6 +4,9 @@
 #include "file_io.h"
 #include "private_key.h"
 
+#include <openssl/err.h>
+#include <openssl/x509.h>
+
 namespace softskf {
 
 namespace {
@@ -33,6 +36,15 @@ std::string parentOf(const std::string &path, int levels)
 std::string deviceOfContainer(const std::string &containerDir)
 {
     return parentOf(containerDir, 2);
+}
+
+// Callers take the exported bytes as a certificate; a damaged file is reported, not handed on.
+bool isWholeCertificate(const std::vector<unsigned char> &der)
+{
+    const unsigned char *cursor = der.data();
+    X509Ptr certificate(d2i_X509(nullptr, &cursor, static_cast<long>(der.size())));
+    ERR_clear_error();
+    return certificate && cursor == der.data() + der.size();
 }
 
 } // namespace
@@ -104,8 +116,9 @@ Status readCertificate(const std::string &containerDir, KeyUsage usage,
     Status status = readFile(path, layout::kMaxCertificateSize, der);
     if (status.code == SAR_FILE_NOT_EXIST)
         status = Status::failure(SAR_CERTNOTFOUNTERR, "no certificate at " + path);
-    if (status.ok() && der->empty())
-        status = Status::failure(SAR_FILEERR, path + " is empty");
+    if (status.ok() && !isWholeCertificate(*der))
+        status = Status::failure(SAR_FILEERR, path + " (" + std::to_string(der->size())
+                                                  + " bytes) is not one DER certificate");
     return presentOr(deviceOfContainer(containerDir), status);
 }
 
