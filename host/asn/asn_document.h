@@ -45,7 +45,8 @@ public:
     Q_INVOKABLE bool create(int tag);
 
     // Replaces the tree by the one DER value `der` holds (definite lengths only, nothing after
-    // it). The bytes are kept, not copied: the tree points into them. False for anything else,
+    // it). The bytes are kept, not copied: the tree points into them (so an array made with
+    // QByteArray::fromRawData must outlive the tree). False for anything else,
     // including empty input; the document then holds no tree.
     Q_INVOKABLE bool open(QByteArray der);
 

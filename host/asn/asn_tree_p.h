@@ -20,7 +20,7 @@ constexpr int kMaxDepth = 64;
 // bytes (its allocation header comes out of the same int), so keep a margin below that.
 constexpr qint64 kMaxEncodedSize = std::numeric_limits<int>::max() - 1024;
 
-// Identifier octet bits (X.690 8.1.2).
+// Identifier octet bits.
 constexpr int kConstructedBit = 0x20;
 constexpr int kTagNumberBits = 0x1F;    // all five set: the tag number follows in more octets
 constexpr int kClassBits = 0xC0;

@@ -1,3 +1,4 @@
+// This file reads untrusted bytes: the public point a certificate carries.
 #include "ec_public_point_p.h"
 
 #include <openssl/core_names.h>

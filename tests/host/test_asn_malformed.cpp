@@ -56,7 +56,7 @@ const MalformedCase kMalformed[] = {
     {"longest length a long holds", withValidTail("30887fffffffffffffff"), "claims"},
     {"length beyond a long", withValidTail("308880000000000000ff"), "truncated or malformed"},
     {"nine length octets", withValidTail("3089010000000000000006"), "truncated or malformed"},
-    {"reserved length octet count 127", bytes("307f") + QByteArray(127, '\x01'), "truncated or malformed"},
+    {"reserved length octet 0xff", bytes("30ff") + QByteArray(127, '\x01'), "truncated or malformed"},
     {"high-tag-number identifier never ends", bytes("1f8181"), "truncated or malformed"},
     {"high-tag-number identifier without a length", bytes("1f01"), "truncated or malformed"},
     {"high-tag-number beyond an int", withValidTail("1fffffffff7f06"), "truncated or malformed"},
