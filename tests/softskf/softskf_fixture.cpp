@@ -90,8 +90,9 @@ void writeAll(const std::string &path, const Bytes &bytes)
 Bytes randomBytes(std::size_t length)
 {
     Bytes bytes(length);
-    if (length != 0)
+    if (length != 0) {
         EXPECT_EQ(RAND_bytes(bytes.data(), static_cast<int>(length)), 1);
+    }
     return bytes;
 }
 
