@@ -28,6 +28,8 @@ struct SkfFunctions
     decltype(&SKF_DecryptInit) DecryptInit = nullptr;
     decltype(&SKF_Decrypt) Decrypt = nullptr;
     decltype(&SKF_CloseHandle) CloseHandle = nullptr;
+    // Optional: null when the driver lacks it. Only tools that report retries left call it.
+    decltype(&SKF_GetPINInfo) GetPINInfo = nullptr;
 };
 
 // A smart-key driver library loaded by path (ours or a vendor's), with its functions resolved.
