@@ -86,9 +86,14 @@ TEST_F(SoftSkfEnumeration, rootComesFromTheEnvironment)
     EXPECT_EQ(softskf::rootFromEnvironment(), root());
     ::setenv("SOFTSKF_ROOT", "", 1);
     EXPECT_EQ(softskf::rootFromEnvironment(), softskf::defaultRoot());
+    const char *previous = std::getenv("XDG_DATA_HOME");
+    const std::string saved = previous ? previous : "";
     ::setenv("XDG_DATA_HOME", "/nonexistent/data", 1);
     EXPECT_EQ(softskf::defaultRoot(), "/nonexistent/data/softskf");
-    ::unsetenv("XDG_DATA_HOME");
+    if (previous)
+        ::setenv("XDG_DATA_HOME", saved.c_str(), 1);
+    else
+        ::unsetenv("XDG_DATA_HOME");
 }
 
 TEST_F(SoftSkfEnumeration, connectToAMissingDeviceAnswersDeviceRemoved)
