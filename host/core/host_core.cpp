@@ -18,8 +18,8 @@ HostCore::~HostCore()
     // deferred deletes are dropped by Qt when they are destroyed.
 }
 
-void HostCore::registerComponent(const QString &progId, const QString &classId,
-                                 Lifetime lifetime, Factory make)
+void HostCore::registerComponent(const QString &progId, const QString &classId, Lifetime lifetime,
+                                 Factory make)
 {
     m_registrations.push_back({progId, classId, lifetime, std::move(make), nullptr});
 }

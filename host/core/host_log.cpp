@@ -48,10 +48,8 @@ void HostLog::write(LogLevel level, const QString &message)
 {
     if (level < m_threshold)
         return;
-    const QByteArray line = QDateTime::currentDateTime()
-                                .toString(Qt::ISODateWithMs)
-                                .toUtf8()
-                            + " [" + levelName(level) + "] " + message.toUtf8() + '\n';
+    const QByteArray line = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toUtf8() + " ["
+                            + levelName(level) + "] " + message.toUtf8() + '\n';
     if (m_file) {
         // Flushed per line so that a host that crashes right after a failure still shows it.
         m_file->write(line);

@@ -16,7 +16,7 @@ QString lastDlError()
     return reason ? QString::fromLocal8Bit(reason) : QStringLiteral("unknown reason");
 }
 
-template<typename Fn>
+template <typename Fn>
 bool resolve(void *handle, const char *name, const QString &path, Fn *out, QString *error)
 {
     dlerror();

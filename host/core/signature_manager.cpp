@@ -5,10 +5,8 @@
 
 namespace zthost {
 
-SignatureManager::SignatureManager(HostCore *core, QObject *parent)
-    : QObject(parent), m_core(core)
-{
-}
+SignatureManager::SignatureManager(HostCore *core, QObject *parent) : QObject(parent), m_core(core)
+{}
 
 QObject *SignatureManager::getZtKey()
 {

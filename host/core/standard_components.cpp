@@ -20,11 +20,11 @@ void registerStandardComponents(HostCore &core, const StandardComponentOptions &
 
     // The driver is loaded when the plug-in first asks for the key component, not before: a
     // host that never opens a key never touches a driver.
-    const QString driverPath =
-        options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
-    core.registerComponent(QLatin1String(kKeyProgId), QLatin1String(kKeyClassId),
-                           HostCore::Lifetime::Shared,
-                           [host, driverPath] { return new KeyComponent(driverPath, host->log()); });
+    const QString driverPath
+        = options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
+    core.registerComponent(
+        QLatin1String(kKeyProgId), QLatin1String(kKeyClassId), HostCore::Lifetime::Shared,
+        [host, driverPath] { return new KeyComponent(driverPath, host->log()); });
 
     core.registerComponent(QLatin1String(kCertificateProgId), QString(),
                            HostCore::Lifetime::PerOperation,

@@ -15,7 +15,7 @@ struct StandardComponentOptions
 // Registers the four components the plug-in asks for: the signature manager and the key
 // component (shared, made on first request), the certificate and ASN.1 components (one per
 // request, reclaimed by the core).
-void registerStandardComponents(HostCore &core,
-                                const StandardComponentOptions &options = StandardComponentOptions());
+void registerStandardComponents(HostCore &core, const StandardComponentOptions &options
+                                                = StandardComponentOptions());
 
 } // namespace zthost

@@ -23,13 +23,11 @@ std::unique_ptr<SkfDriver> loadOrLog(const QString &path, HostLog &log)
 
 KeyComponent::KeyComponent(const QString &driverPath, HostLog &log, QObject *parent)
     : KeyComponent(loadOrLog(driverPath, log), log, parent)
-{
-}
+{}
 
 KeyComponent::KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent)
     : QObject(parent), m_driver(std::move(driver)), m_log(log)
-{
-}
+{}
 
 KeyComponent::~KeyComponent()
 {
@@ -46,7 +44,8 @@ QStringList KeyComponent::deviceNames()
     if (!m_driver)
         return names;
     const ULONG code = readNameList(
-        [this](LPSTR list, ULONG *size) { return m_driver->functions().EnumDev(TRUE, list, size); }, &names);
+        [this](LPSTR list, ULONG *size) { return m_driver->functions().EnumDev(TRUE, list, size); },
+        &names);
     if (code != SAR_OK) {
         m_log.error(skfFailureText("SKF_EnumDev", code));
         names.clear();
@@ -63,9 +62,8 @@ QObject *KeyComponent::open(int index)
 {
     const QStringList names = deviceNames();
     if (index < 0 || index >= names.size()) {
-        m_log.warning(QStringLiteral("no key device at index %1 (%2 listed)")
-                          .arg(index)
-                          .arg(names.size()));
+        m_log.warning(
+            QStringLiteral("no key device at index %1 (%2 listed)").arg(index).arg(names.size()));
         return nullptr;
     }
     const QString &name = names.at(index);
@@ -73,7 +71,8 @@ QObject *KeyComponent::open(int index)
     DEVHANDLE device = nullptr;
     ULONG code = m_driver->functions().ConnectDev(encodedName.data(), &device);
     if (code != SAR_OK || !device) {
-        m_log.error(QStringLiteral("key device \"%1\": %2").arg(name, skfFailureText("SKF_ConnectDev", code)));
+        m_log.error(QStringLiteral("key device \"%1\": %2")
+                        .arg(name, skfFailureText("SKF_ConnectDev", code)));
         return nullptr;
     }
 
@@ -95,9 +94,9 @@ QObject *KeyComponent::open(int index)
     HAPPLICATION application = nullptr;
     code = m_driver->functions().OpenApplication(device, encodedApplication.data(), &application);
     if (code != SAR_OK || !application) {
-        m_log.error(QStringLiteral("key device \"%1\": %2, application \"%3\"")
-                        .arg(name, skfFailureText("SKF_OpenApplication", code),
-                             applications.first()));
+        m_log.error(
+            QStringLiteral("key device \"%1\": %2, application \"%3\"")
+                .arg(name, skfFailureText("SKF_OpenApplication", code), applications.first()));
         m_driver->functions().DisConnectDev(device);
         return nullptr;
     }

@@ -1,3 +1,5 @@
+// Lengths and handles from the plug-in are checked here before any of them reaches the driver.
+
 #include "key/key_object.h"
 
 #include "core/host_log.h"
@@ -32,8 +34,7 @@ KeyObject::KeyObject(const SkfDriver &driver, HostLog &log, const QString &devic
       m_deviceName(deviceName),
       m_device(device),
       m_application(application)
-{
-}
+{}
 
 KeyObject::~KeyObject()
 {
@@ -48,7 +49,8 @@ void KeyObject::logRefusal(const char *method, const QString &reason)
 
 void KeyObject::logFailure(const char *function, ULONG code, const QString &detail)
 {
-    QString line = QStringLiteral("key device \"%1\": %2").arg(m_deviceName, skfFailureText(function, code));
+    QString line
+        = QStringLiteral("key device \"%1\": %2").arg(m_deviceName, skfFailureText(function, code));
     if (!detail.isEmpty())
         line += QStringLiteral(", ") + detail;
     m_log.error(line);
@@ -68,8 +70,7 @@ bool KeyObject::knownContainer(qulonglong container, const char *method)
         return false;
     if (m_containers.contains(container))
         return true;
-    logRefusal(method, QStringLiteral("container handle 0x%1 is not open")
-                           .arg(container, 0, 16));
+    logRefusal(method, QStringLiteral("container handle 0x%1 is not open").arg(container, 0, 16));
     return false;
 }
 
@@ -165,16 +166,15 @@ QByteArray KeyObject::exportCertificate(qulonglong container, bool signFlag)
         return QByteArray();
     }
     if (size == 0 || size > kMaxOutputSize) {
-        logRefusal("exportCertificate",
-                   QStringLiteral("the driver gave the %1 a size of %2 bytes")
-                       .arg(QLatin1String(which))
-                       .arg(size));
+        logRefusal("exportCertificate", QStringLiteral("the driver gave the %1 a size of %2 bytes")
+                                            .arg(QLatin1String(which))
+                                            .arg(size));
         return QByteArray();
     }
     QByteArray certificate(int(size), '\0');
     ULONG filled = size;
     code = m_skf.ExportCertificate(handleFromValue(container), sign,
-                                       reinterpret_cast<BYTE *>(certificate.data()), &filled);
+                                   reinterpret_cast<BYTE *>(certificate.data()), &filled);
     if (code != SAR_OK) {
         logFailure("SKF_ExportCertificate", code, QLatin1String(which));
         return QByteArray();
@@ -190,7 +190,7 @@ bool KeyObject::verifyPin(QString pin, bool adminPin)
     QByteArray encoded = pin.toUtf8();
     ULONG triesLeft = 0;
     const ULONG code = m_skf.VerifyPIN(m_application, adminPin ? ADMIN_TYPE : USER_TYPE,
-                                           encoded.data(), &triesLeft);
+                                       encoded.data(), &triesLeft);
     // The PIN goes no further than the driver; the copy is wiped before anything is logged.
     encoded.fill('\0');
     if (code == SAR_OK)
@@ -199,7 +199,8 @@ bool KeyObject::verifyPin(QString pin, bool adminPin)
     const QString kind = QLatin1String(pinKind(adminPin));
     switch (code) {
     case SAR_PIN_INCORRECT:
-        logFailure("SKF_VerifyPIN", code, QStringLiteral("%1 tries left for the %2").arg(triesLeft).arg(kind));
+        logFailure("SKF_VerifyPIN", code,
+                   QStringLiteral("%1 tries left for the %2").arg(triesLeft).arg(kind));
         break;
     case SAR_PIN_LOCKED:
         logFailure("SKF_VerifyPIN", code, QStringLiteral("the %1 is locked").arg(kind));
@@ -258,9 +259,9 @@ qulonglong KeyObject::importSessionKey(qulonglong container, qulonglong algId, Q
     if (!knownContainer(container, "importSessionKey"))
         return 0;
     if (blobLen > qulonglong(blob.size())) {
-        logRefusal("importSessionKey", QStringLiteral("length %1 is past the %2-byte blob")
-                                           .arg(blobLen)
-                                           .arg(blob.size()));
+        logRefusal(
+            "importSessionKey",
+            QStringLiteral("length %1 is past the %2-byte blob").arg(blobLen).arg(blob.size()));
         return 0;
     }
     if (blobLen > kMaxDriverLength || algId > kMaxDriverLength) {
@@ -271,9 +272,9 @@ qulonglong KeyObject::importSessionKey(qulonglong container, qulonglong algId, Q
         return 0;
     }
     HANDLE key = nullptr;
-    const ULONG code = m_skf.ImportSessionKey(handleFromValue(container), ULONG(algId),
-                                                  reinterpret_cast<BYTE *>(blob.data()),
-                                                  ULONG(blobLen), &key);
+    const ULONG code
+        = m_skf.ImportSessionKey(handleFromValue(container), ULONG(algId),
+                                 reinterpret_cast<BYTE *>(blob.data()), ULONG(blobLen), &key);
     if (code != SAR_OK || !key) {
         logFailure("SKF_ImportSessionKey", code,
                    QStringLiteral("algorithm 0x%1, %2-byte blob").arg(algId, 0, 16).arg(blobLen));
@@ -307,9 +308,8 @@ QByteArray KeyObject::decrypt(qulonglong key, QByteArray data, qulonglong len)
     if (!knownKey(key, "decrypt"))
         return QByteArray();
     if (len > qulonglong(data.size()) || len > kMaxDriverLength) {
-        logRefusal("decrypt", QStringLiteral("length %1 is past the %2-byte data")
-                                  .arg(len)
-                                  .arg(data.size()));
+        logRefusal("decrypt",
+                   QStringLiteral("length %1 is past the %2-byte data").arg(len).arg(data.size()));
         return QByteArray();
     }
     BYTE *input = reinterpret_cast<BYTE *>(data.data());
@@ -320,14 +320,15 @@ QByteArray KeyObject::decrypt(qulonglong key, QByteArray data, qulonglong len)
         return QByteArray();
     }
     if (size > kMaxOutputSize) {
-        logRefusal("decrypt", QStringLiteral("the driver asked for %1 bytes of plaintext").arg(size));
+        logRefusal("decrypt",
+                   QStringLiteral("the driver asked for %1 bytes of plaintext").arg(size));
         return QByteArray();
     }
     // One spare byte keeps the buffer pointer valid when the driver announces an empty result.
     QByteArray plaintext(int(size) + 1, '\0');
     ULONG filled = size;
     code = m_skf.Decrypt(handleFromValue(key), input, ULONG(len),
-                             reinterpret_cast<BYTE *>(plaintext.data()), &filled);
+                         reinterpret_cast<BYTE *>(plaintext.data()), &filled);
     if (code != SAR_OK) {
         logFailure("SKF_Decrypt", code, QStringLiteral("%1 bytes").arg(len));
         return QByteArray();

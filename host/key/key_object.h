@@ -54,8 +54,8 @@ public:
     Q_INVOKABLE void close();
     // Unwraps the first `blobLen` bytes of `blob` as a session key; its handle, or 0. Refuses a
     // length past the array or beyond 32 bits, and an algorithm beyond 32 bits.
-    Q_INVOKABLE qulonglong importSessionKey(qulonglong container, qulonglong algId,
-                                            QByteArray blob, qulonglong blobLen);
+    Q_INVOKABLE qulonglong importSessionKey(qulonglong container, qulonglong algId, QByteArray blob,
+                                            qulonglong blobLen);
     // `param` is the 44-byte block-cipher record; any other size answers false.
     Q_INVOKABLE bool decryptInit(qulonglong key, QByteArray param);
     // Decrypts the first `len` bytes of `data`; the plaintext at its real length, empty on

@@ -6,7 +6,7 @@ namespace zthost {
 
 namespace {
 
-template<typename Fn>
+template <typename Fn>
 bool resolve(void *handle, const char *name, const QString &path, Fn *out, QString *error)
 {
     void *symbol = dlsym(handle, name);
@@ -40,15 +40,14 @@ std::unique_ptr<SkfDriver> SkfDriver::load(const QString &path, QString *error)
     driver->m_handle = handle;
     SkfFunctions &f = driver->m_functions;
 #define ZT_RESOLVE(name) resolve(handle, "SKF_" #name, path, &f.name, error)
-    const bool complete = ZT_RESOLVE(EnumDev) && ZT_RESOLVE(ConnectDev)
-                          && ZT_RESOLVE(DisConnectDev) && ZT_RESOLVE(EnumApplication)
-                          && ZT_RESOLVE(OpenApplication) && ZT_RESOLVE(CloseApplication)
-                          && ZT_RESOLVE(VerifyPIN) && ZT_RESOLVE(ClearSecureState)
-                          && ZT_RESOLVE(EnumContainer) && ZT_RESOLVE(OpenContainer)
-                          && ZT_RESOLVE(CloseContainer) && ZT_RESOLVE(GetContainerType)
-                          && ZT_RESOLVE(ExportCertificate) && ZT_RESOLVE(ImportSessionKey)
-                          && ZT_RESOLVE(DecryptInit) && ZT_RESOLVE(Decrypt)
-                          && ZT_RESOLVE(CloseHandle);
+    const bool complete = ZT_RESOLVE(EnumDev) && ZT_RESOLVE(ConnectDev) && ZT_RESOLVE(DisConnectDev)
+                          && ZT_RESOLVE(EnumApplication) && ZT_RESOLVE(OpenApplication)
+                          && ZT_RESOLVE(CloseApplication) && ZT_RESOLVE(VerifyPIN)
+                          && ZT_RESOLVE(ClearSecureState) && ZT_RESOLVE(EnumContainer)
+                          && ZT_RESOLVE(OpenContainer) && ZT_RESOLVE(CloseContainer)
+                          && ZT_RESOLVE(GetContainerType) && ZT_RESOLVE(ExportCertificate)
+                          && ZT_RESOLVE(ImportSessionKey) && ZT_RESOLVE(DecryptInit)
+                          && ZT_RESOLVE(Decrypt) && ZT_RESOLVE(CloseHandle);
 #undef ZT_RESOLVE
     if (!complete)
         return nullptr;

@@ -55,8 +55,8 @@ QByteArray EndToEnd::storedCertificate(const QString &device) const
 {
     std::vector<unsigned char> der;
     std::string error;
-    EXPECT_TRUE(softskf::getEncryptionCertificate(m_root.path().toStdString(),
-                                                  device.toStdString(), kContainer, &der, &error))
+    EXPECT_TRUE(softskf::getEncryptionCertificate(m_root.path().toStdString(), device.toStdString(),
+                                                  kContainer, &der, &error))
         << error;
     return QByteArray(reinterpret_cast<const char *>(der.data()), int(der.size()));
 }
@@ -115,10 +115,9 @@ QString EndToEnd::certificateData()
 QString EndToEnd::decode(const QString &base64Envelope, qulonglong algorithm)
 {
     QString plaintext;
-    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebZtDecode", Qt::DirectConnection,
-                                          Q_RETURN_ARG(QString, plaintext),
-                                          Q_ARG(QString, base64Envelope),
-                                          Q_ARG(qulonglong, algorithm)));
+    EXPECT_TRUE(QMetaObject::invokeMethod(
+        crypto, "WebZtDecode", Qt::DirectConnection, Q_RETURN_ARG(QString, plaintext),
+        Q_ARG(QString, base64Envelope), Q_ARG(qulonglong, algorithm)));
     return plaintext;
 }
 

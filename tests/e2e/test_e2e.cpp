@@ -96,8 +96,8 @@ TEST_F(EndToEnd, emptyContentIsADecryptFailure)
     startHost();
     ASSERT_TRUE(openKey());
     ASSERT_TRUE(verifyPin(QLatin1String(kUserPin)));
-    const QByteArray envelope =
-        makeEnvelopeWithOpenSsl(storedCertificate(QStringLiteral("alpha")), QByteArray());
+    const QByteArray envelope
+        = makeEnvelopeWithOpenSsl(storedCertificate(QStringLiteral("alpha")), QByteArray());
     ASSERT_FALSE(envelope.isEmpty());
     EXPECT_EQ(decode(base64(envelope)), QStringLiteral("false"));
     EXPECT_EQ(lastErrorMessage(), messageOf(kDecryptFailedCode));

@@ -69,8 +69,10 @@ struct Lookup
 };
 
 const Lookup kLookups[] = {
-    {ComponentIds::kSignatureManagerProgId, "", "zthost::SignatureManager", "signature manager by ProgID"},
-    {"", ComponentIds::kSignatureManagerClassId, "zthost::SignatureManager", "signature manager by class id"},
+    {ComponentIds::kSignatureManagerProgId, "", "zthost::SignatureManager",
+     "signature manager by ProgID"},
+    {"", ComponentIds::kSignatureManagerClassId, "zthost::SignatureManager",
+     "signature manager by class id"},
     {ComponentIds::kKeyProgId, "", "zthost::KeyComponent", "key component by ProgID"},
     {"", ComponentIds::kKeyClassId, "zthost::KeyComponent", "key component by class id"},
     {"", "5f02b9d8-61e4-4a37-9c25-d0b3e8a41f76", "zthost::KeyComponent", "class ids ignore case"},
@@ -209,20 +211,24 @@ TEST_F(HostCoreTest, failingFactoryAnswersNullAndSaysSo)
     core.registerComponent(QStringLiteral("TEST.Broken.1"), QString(),
                            HostCore::Lifetime::PerOperation, [] { return nullptr; });
     EXPECT_EQ(create("TEST.Broken.1"), nullptr);
-    EXPECT_TRUE(logText().contains(QStringLiteral("[error] component \"TEST.Broken.1\" could not be made")))
+    EXPECT_TRUE(
+        logText().contains(QStringLiteral("[error] component \"TEST.Broken.1\" could not be made")))
         << logText().toStdString();
 }
 
 TEST_F(HostCoreTest, logMethodsReachTheHostLogByName)
 {
     core.log().setThreshold(LogLevel::Debug);
-    ASSERT_TRUE(QMetaObject::invokeMethod(&core, "logDebug", Qt::DirectConnection,
-                                          Q_ARG(QString, QStringLiteral("[WebOpenKey:57] start "))));
+    ASSERT_TRUE(
+        QMetaObject::invokeMethod(&core, "logDebug", Qt::DirectConnection,
+                                  Q_ARG(QString, QStringLiteral("[WebOpenKey:57] start "))));
     ASSERT_TRUE(QMetaObject::invokeMethod(&core, "logError", Qt::DirectConnection,
                                           Q_ARG(QString, QStringLiteral("[WebZtDecode:9] fail"))));
     const QString text = logText();
-    EXPECT_TRUE(text.contains(QStringLiteral("[debug] [WebOpenKey:57] start \n"))) << text.toStdString();
-    EXPECT_TRUE(text.contains(QStringLiteral("[error] [WebZtDecode:9] fail\n"))) << text.toStdString();
+    EXPECT_TRUE(text.contains(QStringLiteral("[debug] [WebOpenKey:57] start \n")))
+        << text.toStdString();
+    EXPECT_TRUE(text.contains(QStringLiteral("[error] [WebZtDecode:9] fail\n")))
+        << text.toStdString();
 }
 
 TEST_F(HostCoreTest, pluginTraceAtDebugLevelIsDroppedByDefault)

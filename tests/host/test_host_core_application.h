@@ -27,5 +27,5 @@ private:
     QCoreApplication *m_app = nullptr;
 };
 
-inline ::testing::Environment *const kHostTestApplication =
-    ::testing::AddGlobalTestEnvironment(new HostTestApplication);
+inline ::testing::Environment *const kHostTestApplication
+    = ::testing::AddGlobalTestEnvironment(new HostTestApplication);

@@ -139,7 +139,8 @@ TEST(HostLog, unusableFileIsNamedAndTheLogStaysPut)
     HostLog log;
     QString error;
     EXPECT_FALSE(log.setFile(QStringLiteral("/nonexistent-folder/host.log"), &error));
-    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot open host log /nonexistent-folder/host.log: ")))
+    EXPECT_TRUE(
+        error.startsWith(QStringLiteral("cannot open host log /nonexistent-folder/host.log: ")))
         << error.toStdString();
     EXPECT_EQ(log.destination(), HostLog::Destination::StandardError);
 }

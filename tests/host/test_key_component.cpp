@@ -57,7 +57,8 @@ TEST_F(KeyComponentTest, unloadableDriverListsNothingAndSaysWhy)
     EXPECT_EQ(keys.driver(), nullptr);
     EXPECT_EQ(keys.count(), 0);
     EXPECT_EQ(keys.open(0), nullptr);
-    EXPECT_TRUE(logText().contains(QStringLiteral("[error] cannot load smart-key driver %1: ").arg(path)))
+    EXPECT_TRUE(
+        logText().contains(QStringLiteral("[error] cannot load smart-key driver %1: ").arg(path)))
         << logText().toStdString();
 }
 
@@ -89,7 +90,8 @@ TEST_F(KeyComponentTest, unknownContainerNameFailsWithTheDriversCode)
     KeyObject *key = openFirst();
     ASSERT_NE(key, nullptr);
     EXPECT_EQ(key->openContainer(QStringLiteral("NoSuchContainer")), 0u);
-    EXPECT_TRUE(logText().contains(QStringLiteral("key device \"alpha\": SKF_OpenContainer failed: 0x0A")))
+    EXPECT_TRUE(
+        logText().contains(QStringLiteral("key device \"alpha\": SKF_OpenContainer failed: 0x0A")))
         << logText().toStdString();
     EXPECT_TRUE(logText().contains(QStringLiteral("container \"NoSuchContainer\"")));
 }
@@ -120,9 +122,11 @@ TEST_F(KeyComponentTest, handlesTheKeyObjectNeverIssuedAreRefused)
     EXPECT_TRUE(key->decrypt(madeUp, QByteArray(16, '\0'), 16).isEmpty());
     key->closeContainer(madeUp);
     const QString text = logText();
-    EXPECT_TRUE(text.contains(QStringLiteral("getContainerType refused: container handle 0x3039 is not open")))
+    EXPECT_TRUE(text.contains(
+        QStringLiteral("getContainerType refused: container handle 0x3039 is not open")))
         << text.toStdString();
-    EXPECT_TRUE(text.contains(QStringLiteral("decryptInit refused: session key handle 0x3039 is not open")));
+    EXPECT_TRUE(text.contains(
+        QStringLiteral("decryptInit refused: session key handle 0x3039 is not open")));
 }
 
 TEST_F(KeyComponentTest, closeThenEveryCallFailsCleanly)
@@ -141,7 +145,8 @@ TEST_F(KeyComponentTest, closeThenEveryCallFailsCleanly)
     EXPECT_EQ(key->getContainerType(container), 0);
     EXPECT_TRUE(key->exportCertificate(container, false).isEmpty());
     EXPECT_FALSE(key->verifyPin(QLatin1String(kUserPin), false));
-    EXPECT_TRUE(logText().contains(QStringLiteral("key device \"alpha\": verifyPin refused: the key object is closed")))
+    EXPECT_TRUE(logText().contains(
+        QStringLiteral("key device \"alpha\": verifyPin refused: the key object is closed")))
         << logText().toStdString();
     EXPECT_FALSE(logText().contains(QLatin1String(kUserPin)));
 
@@ -169,11 +174,16 @@ TEST(SkfErrors, everyFailureNamesCodeNameAndMeaning)
     };
     const Row rows[] = {
         {0x0A000024, "SKF_VerifyPIN failed: 0x0A000024 SAR_PIN_INCORRECT (the PIN is wrong)"},
-        {0x0A000025, "SKF_VerifyPIN failed: 0x0A000025 SAR_PIN_LOCKED (the PIN is locked after too many wrong tries)"},
-        {0x0A000023, "SKF_VerifyPIN failed: 0x0A000023 SAR_DEVICE_REMOVED (the device was removed)"},
-        {0x0A00002D, "SKF_VerifyPIN failed: 0x0A00002D SAR_USER_NOT_LOGGED_IN (the user PIN has not been verified)"},
-        {0x0A000020, "SKF_VerifyPIN failed: 0x0A000020 SAR_BUFFER_TOO_SMALL (the output buffer is too small)"},
-        {0x0B000001, "SKF_VerifyPIN failed: 0x0B000001 unknown result code (the driver answered a code the standard does not define)"},
+        {0x0A000025, "SKF_VerifyPIN failed: 0x0A000025 SAR_PIN_LOCKED (the PIN is locked after too "
+                     "many wrong tries)"},
+        {0x0A000023,
+         "SKF_VerifyPIN failed: 0x0A000023 SAR_DEVICE_REMOVED (the device was removed)"},
+        {0x0A00002D, "SKF_VerifyPIN failed: 0x0A00002D SAR_USER_NOT_LOGGED_IN (the user PIN has "
+                     "not been verified)"},
+        {0x0A000020,
+         "SKF_VerifyPIN failed: 0x0A000020 SAR_BUFFER_TOO_SMALL (the output buffer is too small)"},
+        {0x0B000001, "SKF_VerifyPIN failed: 0x0B000001 unknown result code (the driver answered a "
+                     "code the standard does not define)"},
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.expected);

@@ -151,9 +151,10 @@ TEST_F(SessionKeyTest, lengthsPastTheBlobAreRefused)
     const Row rows[] = {
         {181, kSm4Ecb, "importSessionKey refused: length 181 is past the 180-byte blob",
          "one byte past the array"},
-        {0x100000000ull, kSm4Ecb, "importSessionKey refused: length 4294967296 is past the 180-byte blob",
-         "beyond 32 bits"},
-        {180, 0x100000401ull, "importSessionKey refused: length 180 or algorithm 0x100000401 does not fit in 32 bits",
+        {0x100000000ull, kSm4Ecb,
+         "importSessionKey refused: length 4294967296 is past the 180-byte blob", "beyond 32 bits"},
+        {180, 0x100000401ull,
+         "importSessionKey refused: length 180 or algorithm 0x100000401 does not fit in 32 bits",
          "algorithm beyond 32 bits"},
     };
     for (const Row &row : rows) {
@@ -201,7 +202,8 @@ TEST_F(SessionKeyTest, decryptLengthPastTheDataIsRefused)
     ASSERT_NE(handle, 0u);
     ASSERT_TRUE(key->decryptInit(handle, blockCipherRecord(QByteArray(), 0, 1, 0)));
     EXPECT_TRUE(key->decrypt(handle, QByteArray(16, '\0'), 17).isEmpty());
-    EXPECT_TRUE(logText().contains(QStringLiteral("decrypt refused: length 17 is past the 16-byte data")))
+    EXPECT_TRUE(
+        logText().contains(QStringLiteral("decrypt refused: length 17 is past the 16-byte data")))
         << logText().toStdString();
 }
 
@@ -213,7 +215,8 @@ TEST_F(SessionKeyTest, decryptInitRefusesEveryOtherRecordSize)
         SCOPED_TRACE(size);
         EXPECT_FALSE(key->decryptInit(handle, QByteArray(size, '\0')));
     }
-    EXPECT_TRUE(logText().contains(QStringLiteral("decryptInit refused: block-cipher record is 43 bytes, expected 44")));
+    EXPECT_TRUE(logText().contains(
+        QStringLiteral("decryptInit refused: block-cipher record is 43 bytes, expected 44")));
 }
 
 TEST_F(SessionKeyTest, sessionKeyNeedsTheVerifiedPin)
@@ -223,6 +226,7 @@ TEST_F(SessionKeyTest, sessionKeyNeedsTheVerifiedPin)
     ASSERT_NE(fresh, nullptr);
     const qulonglong freshContainer = fresh->openContainer(QLatin1String(kContainer));
     EXPECT_EQ(fresh->importSessionKey(freshContainer, kSm4Ecb, wrapped, 180), 0u);
-    EXPECT_TRUE(logText().contains(QStringLiteral("SKF_ImportSessionKey failed: 0x0A00002D SAR_USER_NOT_LOGGED_IN")))
+    EXPECT_TRUE(logText().contains(
+        QStringLiteral("SKF_ImportSessionKey failed: 0x0A00002D SAR_USER_NOT_LOGGED_IN")))
         << logText().toStdString();
 }

@@ -61,7 +61,8 @@ TEST(PluginLoader, missingFileIsNamedWithTheLoadersReason)
     QString error;
     const QString path = QStringLiteral("/nonexistent/libZtCryptographic.so.1");
     EXPECT_EQ(PluginLoader::load(path, &error), nullptr);
-    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot load plug-in /nonexistent/libZtCryptographic.so.1: ")))
+    EXPECT_TRUE(error.startsWith(
+        QStringLiteral("cannot load plug-in /nonexistent/libZtCryptographic.so.1: ")))
         << error.toStdString();
     EXPECT_TRUE(error.contains(QStringLiteral("No such file"))) << error.toStdString();
 }
@@ -84,7 +85,9 @@ TEST(PluginLoader, missingEntryPointIsNamed)
 {
     QString error;
     EXPECT_EQ(PluginLoader::load(kFakePluginWithoutDestroyPath, &error), nullptr);
-    EXPECT_EQ(error, QStringLiteral("symbol ComponentDestroy missing in %1").arg(kFakePluginWithoutDestroyPath));
+    EXPECT_EQ(
+        error,
+        QStringLiteral("symbol ComponentDestroy missing in %1").arg(kFakePluginWithoutDestroyPath));
 }
 
 TEST(PluginLoader, shutdownDeletesObjectsBeforeComponentDestroy)
