@@ -1,7 +1,5 @@
 #include "core/host_core.h"
 
-#include <QCoreApplication>
-#include <QEvent>
 
 namespace zthost {
 
@@ -82,9 +80,12 @@ void HostCore::logError(QString message)
 
 void HostCore::reclaim()
 {
-    // Sending only the deferred deletes runs them even with no event loop around, which a
-    // command line that calls the plug-in in sequence never has.
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    // Deleted directly rather than by delivering their deferred deletes: that needs an
+    // application object and the right loop level, which a command line calling the plug-in in
+    // sequence may not have. A deleted object's pending deferred delete is dropped by Qt.
+    const QObjectList outstanding = m_perOperation.children();
+    for (QObject *component : outstanding)
+        delete component;
 }
 
 int HostCore::outstandingPerOperationComponents() const

@@ -45,8 +45,9 @@ public:
     Q_INVOKABLE void logDebug(QString message);
     Q_INVOKABLE void logError(QString message);
 
-    // Deletes the per-operation components handed out so far, now. Only for a point where the
-    // plug-in holds none of them, that is between two calls into it.
+    // Deletes the per-operation components handed out so far, now, with or without an event
+    // loop. Only for a point where the plug-in holds none of them, that is between two calls
+    // into it.
     void reclaim();
     // Per-operation components handed out and not yet deleted.
     int outstandingPerOperationComponents() const;

@@ -48,6 +48,7 @@ protected:
     static QString messageOf(qulonglong code);
 
     QString hostLogText() const;
+    zthost::HostCore &core() { return *m_core; }
 
     QObject *crypto = nullptr;
 

@@ -167,3 +167,35 @@ TEST_F(EndToEnd, removedDeviceFolderGivesFailuresNotACrash)
     EXPECT_TRUE(hostLogText().contains(QStringLiteral("SAR_DEVICE_REMOVED")))
         << hostLogText().toStdString();
 }
+
+TEST_F(EndToEnd, pluginTraceReachesTheHostLogAtDebugLevel)
+{
+    provision(QStringLiteral("alpha"));
+    startHost();
+    ASSERT_TRUE(openKey());
+    EXPECT_TRUE(hostLogText().contains(QStringLiteral("[debug] [WebOpenKey:")))
+        << hostLogText().toStdString();
+}
+
+TEST_F(EndToEnd, reclaimKeepsManyDecodesBounded)
+{
+    constexpr int kCalls = 50;
+    provision(QStringLiteral("alpha"));
+    startHost();
+    ASSERT_TRUE(openKey());
+    ASSERT_TRUE(verifyPin(QLatin1String(kUserPin)));
+    const QByteArray content = QByteArrayLiteral("bounded");
+    const QString envelope = base64(
+        makeEnvelopeWithOpenSsl(storedCertificate(QStringLiteral("alpha")), content));
+
+    ASSERT_EQ(decode(envelope), base64(content));
+    const int perCall = core().outstandingPerOperationComponents();
+    EXPECT_GT(perCall, 0) << "opening an envelope uses the ASN.1 and certificate components";
+    core().reclaim();
+    for (int i = 0; i < kCalls; ++i) {
+        ASSERT_EQ(decode(envelope), base64(content));
+        EXPECT_EQ(core().outstandingPerOperationComponents(), perCall);
+        core().reclaim();
+    }
+    EXPECT_EQ(core().outstandingPerOperationComponents(), 0);
+}

@@ -7,6 +7,7 @@
 #include "core/host_core.h"
 #include "core/plugin_loader.h"
 #include "core/standard_components.h"
+#include "log_sandbox.h"
 
 #include <QFile>
 #include <QPointer>
@@ -140,6 +141,7 @@ TEST(PluginLoader, realPluginAnswersItsVersionLength)
 
 TEST(PluginLoader, realPluginIsDrivenByNameThroughTheHostCore)
 {
+    LogSandbox logs(LogSandbox::CoreLog::Off); // the plug-in's core log stays in a private folder
     QTemporaryDir dir;
     HostCore core;
     ASSERT_TRUE(core.log().setFile(dir.filePath(QStringLiteral("host.log"))));
