@@ -1,0 +1,67 @@
+#include "commands.h"
+
+#include "command_line.h"
+#include "envelope_input.h"
+#include "file_io.h"
+#include "pin_source.h"
+#include "session_steps.h"
+
+namespace zthost::cli {
+
+namespace {
+const QString kPin = QStringLiteral("pin");
+const QString kIn = QStringLiteral("in");
+const QString kOut = QStringLiteral("out");
+// SGD_SM4_ECB; the plug-in uses it whatever it is told.
+constexpr qulonglong kSm4Ecb = 0x401;
+} // namespace
+
+ExitCode runDecrypt(const QStringList &arguments)
+{
+    CommandLine line(QStringLiteral("decrypt"),
+                     QStringLiteral("--pin PIN --in FILE [--out FILE] [options]"),
+                     QStringLiteral("Opens a digital envelope on the key: WebOpenKey, "
+                                    "WebVerifyPin, WebZtDecode. Writes the plaintext as it is."));
+    line.addOption({kPin,
+                    QStringLiteral("The user PIN (else $ZTHOST_PIN, else asked for on the "
+                                   "terminal). A wrong one costs a try."),
+                    QStringLiteral("PIN")});
+    line.addOption({kIn,
+                    QStringLiteral("The envelope: Base64 text, or raw DER (detected)."),
+                    QStringLiteral("FILE")});
+    line.addOption({kOut, QStringLiteral("Write the plaintext to FILE (default: standard output)."),
+                    QStringLiteral("FILE")});
+    const CommandLine::Parse parsed = line.parse(arguments);
+    if (parsed != CommandLine::Parse::Run)
+        return CommandLine::exitCodeOf(parsed);
+    if (!line.positionalArguments().isEmpty())
+        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
+    if (!line.isSet(kIn))
+        return line.usageError(QStringLiteral("missing --in"));
+
+    // The file first: a typo in its name must not cost a PIN try.
+    QByteArray file;
+    QString error;
+    if (!readWholeFile(line.value(kIn), &file, &error))
+        return failed(error);
+    const Pin pin = readPin(line.isSet(kPin), line.value(kPin), QStringLiteral("User PIN: "));
+    if (pin.origin == PinOrigin::Missing)
+        return line.usageError(QStringLiteral("no user PIN: give --pin, set ZTHOST_PIN, or run "
+                                              "on a terminal to be asked"));
+
+    std::unique_ptr<HostSession> session = startHost(line.hostOptions());
+    if (!session || !openKey(*session))
+        return ExitCode::Failure;
+    const Answer verified = session->call(QStringLiteral("WebVerifyPin"), {pin.text});
+    if (!verified.succeeded)
+        return failed(verified.failure);
+    const Answer decoded = session->call(QStringLiteral("WebZtDecode"),
+                                         {envelopeAsBase64(file), QVariant::fromValue(kSm4Ecb)});
+    if (!decoded.succeeded)
+        return failed(decoded.failure);
+    if (!writeResult(line.value(kOut), QByteArray::fromBase64(decoded.text().toLatin1()), &error))
+        return failed(error);
+    return ExitCode::Success;
+}
+
+} // namespace zthost::cli

@@ -1,0 +1,79 @@
+#include "commands.h"
+
+#include "certificate_input.h"
+#include "command_line.h"
+#include "envelope_maker.h"
+#include "file_io.h"
+#include "session_steps.h"
+
+namespace zthost::cli {
+
+namespace {
+const QString kCert = QStringLiteral("cert");
+const QString kIn = QStringLiteral("in");
+const QString kOut = QStringLiteral("out");
+} // namespace
+
+ExitCode runEncrypt(const QStringList &arguments)
+{
+    CommandLine line(
+        QStringLiteral("encrypt"), QStringLiteral("--cert FILE --in FILE [--out FILE] [options]"),
+        QStringLiteral("Makes a digital envelope of a file for a recipient certificate and writes "
+                       "it as one line of Base64,\nready for 'zthost decrypt' or WebZtDecode. No "
+                       "key device is needed."));
+    line.addOption({kCert,
+                    QStringLiteral("The recipient's certificate: DER, PEM, or Base64 text as "
+                                   "'zthost cert' writes it (detected)."),
+                    QStringLiteral("FILE")});
+    line.addOption({kIn, QStringLiteral("The content to seal (any bytes, at least one)."),
+                    QStringLiteral("FILE")});
+    line.addOption({kOut, QStringLiteral("Write the envelope to FILE (default: standard output)."),
+                    QStringLiteral("FILE")});
+    line.setNotes(QStringLiteral(
+        "How the envelope is made: a fresh random 16-byte SM4 key is SM2-encrypted with OpenSSL to "
+        "the\ncertificate's public key, the content is SM4-ECB encrypted with PKCS#7 padding, and "
+        "the plug-in's\nZtEnvelopeData assembles the envelope through the host's ASN.1 component. "
+        "The SM2 encryption is\nmade again, with fresh randomness, until neither coordinate of "
+        "C1 starts with a zero byte: each\nis then exactly 32 bytes, the host writes them as "
+        "strict DER INTEGERs (which OpenSSL requires),\nand the plug-in reads the key back whole "
+        "(a shorter coordinate would be read back short).\n\n"
+        "The envelope is built by the copy of the plug-in this program was linked with; when "
+        "--plugin\nnames another file, the host core is installed on both."));
+    const CommandLine::Parse parsed = line.parse(arguments);
+    if (parsed != CommandLine::Parse::Run)
+        return CommandLine::exitCodeOf(parsed);
+    if (!line.positionalArguments().isEmpty())
+        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
+    if (!line.isSet(kCert))
+        return line.usageError(QStringLiteral("missing --cert"));
+    if (!line.isSet(kIn))
+        return line.usageError(QStringLiteral("missing --in"));
+
+    QByteArray certificateFile;
+    QByteArray content;
+    QString error;
+    if (!readWholeFile(line.value(kCert), &certificateFile, &error)
+        || !readWholeFile(line.value(kIn), &content, &error))
+        return failed(error);
+    QByteArray certificate;
+    CertificateFormat format = CertificateFormat::Der;
+    if (!certificateDer(certificateFile, &certificate, &format, &error))
+        return failed(QStringLiteral("%1: %2").arg(line.value(kCert), error));
+    // The key device refuses to decrypt to nothing, so an empty envelope could never be opened.
+    if (content.isEmpty())
+        return failed(QStringLiteral("%1 is empty: an envelope needs at least one byte of content")
+                          .arg(line.value(kIn)));
+
+    std::unique_ptr<HostSession> session = startHost(line.hostOptions());
+    if (!session)
+        return ExitCode::Failure;
+    const QByteArray envelope = makeEnvelope(certificate, content, &error);
+    session->core().reclaim();
+    if (envelope.isEmpty())
+        return failed(error);
+    if (!writeResult(line.value(kOut), envelope.toBase64() + '\n', &error))
+        return failed(error);
+    return ExitCode::Success;
+}
+
+} // namespace zthost::cli

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "exit_code.h"
+#include "host_options.h"
+
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QString>
+#include <QStringList>
+
+namespace zthost::cli {
+
+// The command line of one command: the options every command shares (--plugin, --skf, --root,
+// --host-log, -v, --help) plus its own.
+class CommandLine
+{
+public:
+    // `synopsis` follows "zthost <command>" in the usage line, e.g. "--name NAME --pin PIN".
+    CommandLine(const QString &command, const QString &synopsis, const QString &description);
+
+    void addOption(const QCommandLineOption &option);
+    // Free text after the options in --help, e.g. notes on formats.
+    void setNotes(const QString &notes) { m_notes = notes; }
+
+    enum class Parse { Run, HelpShown, UsageError };
+    // `arguments` are those after the command name. --help prints the help on standard output;
+    // an unknown option or a missing value prints the reason and a hint on standard error.
+    Parse parse(const QStringList &arguments);
+
+    // The exit code for a Parse that is not Run.
+    static ExitCode exitCodeOf(Parse parse);
+
+    bool isSet(const QString &name) const { return m_parser.isSet(name); }
+    QString value(const QString &name) const { return m_parser.value(name); }
+    QStringList positionalArguments() const { return m_parser.positionalArguments(); }
+
+    // Prints "zthost <command>: <message>" and the --help hint on standard error.
+    ExitCode usageError(const QString &message) const;
+
+    HostOptions hostOptions() const;
+    QString helpText() const;
+
+private:
+    QString m_command;
+    QString m_synopsis;
+    QString m_description;
+    QString m_notes;
+    QCommandLineParser m_parser;
+};
+
+} // namespace zthost::cli

@@ -1,0 +1,41 @@
+#include "commands.h"
+
+#include "console.h"
+
+namespace zthost::cli {
+
+const QList<CommandEntry> &commandTable()
+{
+    static const QList<CommandEntry> table = {
+        {"demo", "the whole road on a fresh software key, step by step", runDemo},
+        {"keygen", "make a software key device with one SM2 container", runKeygen},
+        {"devices", "list the key devices the driver sees, with PIN tries left", runDevices},
+        {"cert", "the key's SM2 encryption certificate, as Base64", runCert},
+        {"encrypt", "make a digital envelope of a file for a certificate", runEncrypt},
+        {"decrypt", "open a digital envelope on the key", runDecrypt},
+        {"call", "call any method of the scriptable object by name", runCall},
+        {"help", "this list, or a command's help", runHelp},
+    };
+    return table;
+}
+
+ExitCode dispatch(const QStringList &arguments)
+{
+    if (arguments.isEmpty()) {
+        printMessage(QStringLiteral("zthost: no command given"));
+        printMessage(QStringLiteral("Try 'zthost help'."));
+        return ExitCode::Usage;
+    }
+    const QString &name = arguments.first();
+    if (name == QLatin1String("--help") || name == QLatin1String("-h"))
+        return runHelp({});
+    for (const CommandEntry &entry : commandTable()) {
+        if (name == QLatin1String(entry.name))
+            return entry.run(arguments.mid(1));
+    }
+    printMessage(QStringLiteral("zthost: unknown command \"%1\"").arg(name));
+    printMessage(QStringLiteral("Try 'zthost help'."));
+    return ExitCode::Usage;
+}
+
+} // namespace zthost::cli

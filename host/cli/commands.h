@@ -1,0 +1,33 @@
+#pragma once
+
+#include "exit_code.h"
+
+#include <QList>
+#include <QStringList>
+
+namespace zthost::cli {
+
+// Each command takes the arguments after its name.
+ExitCode runDemo(const QStringList &arguments);
+ExitCode runKeygen(const QStringList &arguments);
+ExitCode runDevices(const QStringList &arguments);
+ExitCode runCert(const QStringList &arguments);
+ExitCode runEncrypt(const QStringList &arguments);
+ExitCode runDecrypt(const QStringList &arguments);
+ExitCode runCall(const QStringList &arguments);
+ExitCode runHelp(const QStringList &arguments);
+
+struct CommandEntry
+{
+    const char *name;
+    const char *summary;
+    ExitCode (*run)(const QStringList &arguments);
+};
+
+// Every command, in the order `zthost help` lists them.
+const QList<CommandEntry> &commandTable();
+
+// Runs the command named by arguments[0]; prints usage for none or an unknown one.
+ExitCode dispatch(const QStringList &arguments);
+
+} // namespace zthost::cli

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+
+namespace zthost::cli {
+
+// One application of one device, as the driver reports it.
+struct DeviceEntry
+{
+    QString device;
+    QString application;
+    // User PIN tries: -1 each when the driver cannot tell (no SKF_GetPINInfo, or it failed).
+    long triesLeft = -1;
+    long maxTries = -1;
+};
+
+// Every device the smart-key driver at `driverPath` lists, each with each of its applications
+// (SKF_EnumDev, SKF_ConnectDev, SKF_EnumApplication, SKF_OpenApplication, SKF_GetPINInfo).
+// False with `error` set when the driver cannot be loaded or cannot list its devices; a device
+// that fails to connect is reported in `problems` and the listing goes on.
+bool listDevices(const QString &driverPath, QList<DeviceEntry> *entries, QStringList *problems,
+                 QString *error);
+
+} // namespace zthost::cli

@@ -1,0 +1,54 @@
+#include "pin_source.h"
+
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+namespace zthost::cli {
+
+namespace {
+constexpr char kEnvironmentVariable[] = "ZTHOST_PIN";
+
+// Reads one line from the terminal with echo off, restoring the terminal's settings after,
+// also when reading fails.
+QString promptWithoutEcho(const QString &prompt)
+{
+    std::fputs(prompt.toUtf8().constData(), stderr);
+    std::fflush(stderr);
+
+    termios saved {};
+    const bool haveTerminal = tcgetattr(STDIN_FILENO, &saved) == 0;
+    if (haveTerminal) {
+        termios quiet = saved;
+        quiet.c_lflag &= tcflag_t(~ECHO);
+        quiet.c_lflag |= ECHONL;
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    }
+    std::string line;
+    for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar())
+        line.push_back(char(c));
+    if (haveTerminal)
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+    const QString pin = QString::fromLocal8Bit(line.data(), int(line.size()));
+    line.assign(line.size(), '\0');
+    return pin;
+}
+} // namespace
+
+Pin readPin(bool optionGiven, const QString &optionValue, const QString &prompt)
+{
+    if (optionGiven)
+        return {optionValue, PinOrigin::Option};
+    if (qEnvironmentVariableIsSet(kEnvironmentVariable))
+        return {qEnvironmentVariable(kEnvironmentVariable), PinOrigin::Environment};
+    if (isatty(STDIN_FILENO)) {
+        const QString typed = promptWithoutEcho(prompt);
+        if (!typed.isEmpty())
+            return {typed, PinOrigin::Prompt};
+    }
+    return {};
+}
+
+} // namespace zthost::cli

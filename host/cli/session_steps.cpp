@@ -1,0 +1,32 @@
+#include "session_steps.h"
+
+#include "console.h"
+
+namespace zthost::cli {
+
+std::unique_ptr<HostSession> startHost(const HostOptions &options)
+{
+    applyRoot(options);
+    applyVerbosity(options.verbosity);
+    QString error;
+    std::unique_ptr<HostSession> session = HostSession::start(options, &error);
+    if (!session)
+        printError(error);
+    return session;
+}
+
+bool openKey(HostSession &session)
+{
+    const Answer opened = session.call(QStringLiteral("WebOpenKey"));
+    if (!opened.succeeded)
+        printError(opened.failure);
+    return opened.succeeded;
+}
+
+ExitCode failed(const QString &message)
+{
+    printError(message);
+    return ExitCode::Failure;
+}
+
+} // namespace zthost::cli
