@@ -1,5 +1,7 @@
 #include "e2e_host.h"
 
+#include "test_data.h"
+
 #include "core/standard_components.h"
 
 #include <softskf/provision.h>
@@ -155,8 +157,7 @@ QString EndToEnd::messageOf(qulonglong code)
 {
     static const QHash<qulonglong, QString> table = [] {
         QHash<qulonglong, QString> messages;
-        // Named by path: ctest points ZT_TEST_DATA at the calling folder, which has no data.
-        QFile file(QStringLiteral(ZT_ERROR_MESSAGES_PATH));
+        QFile file(testDataFile("error_messages.tsv"));
         if (!file.open(QIODevice::ReadOnly))
             return messages;
         for (const QByteArray &line : file.readAll().split('\n')) {
