@@ -106,11 +106,10 @@ bool convertArguments(const QMetaMethod &method, const QStringList &texts, QVari
 {
     const int expected = method.parameterCount();
     if (texts.size() != expected) {
-        *error = QStringLiteral("%1 takes %2 argument%3 (%4), %5 given")
-                     .arg(QString::fromLatin1(method.name()))
+        *error = QStringLiteral("%1 takes %2 argument%3, %4 given")
+                     .arg(describe(method))
                      .arg(expected)
                      .arg(expected == 1 ? QString() : QStringLiteral("s"))
-                     .arg(describe(method))
                      .arg(texts.size());
         return false;
     }

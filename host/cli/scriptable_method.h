@@ -22,7 +22,7 @@ QMetaMethod findInvokable(const QObject *object, const QString &name);
 // Converts text arguments to the method's parameter types: QString as it is, integers in
 // decimal or 0x hexadecimal, bool as true/false/1/0. False with `error` naming the argument,
 // e.g. "argument 3 (ulAlgID) of WebZtDecode is not a qulonglong: \"abc\"", or the count,
-// "WebVerifyPin takes 1 argument (QString pinCode), 0 given".
+// "WebVerifyPin(QString pinCode) takes 1 argument, 0 given".
 bool convertArguments(const QMetaMethod &method, const QStringList &texts, QVariantList *values,
                       QString *error);
 
