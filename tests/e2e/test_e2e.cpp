@@ -4,6 +4,7 @@
 
 #include "openssl_envelope.h"
 #include "qt_printers.h"
+#include "zt_envelope_data.h"
 
 namespace {
 
@@ -88,6 +89,33 @@ TEST_F(EndToEnd, envelopesMadeWithOpenSslOpenOnTheKey)
         ASSERT_FALSE(envelope.isEmpty());
         EXPECT_EQ(decode(base64(envelope)), base64(content));
     }
+}
+
+TEST_F(EndToEnd, envelopeBuiltByTheLibraryForTheKeysCertificateOpensOnTheKey)
+{
+    provision(QStringLiteral("alpha"));
+    startHost();
+    ASSERT_TRUE(openKey());
+    ASSERT_TRUE(verifyPin(QLatin1String(kUserPin)));
+    const QByteArray certificate = QByteArray::fromBase64(certificateData().toLatin1());
+    EvpPkeyPtr recipient = publicKeyOfCertificate(certificate);
+    ASSERT_NE(recipient, nullptr);
+
+    const QByteArray sessionKey = randomBytes(16);
+    Sm2CiphertextFields fields;
+    ASSERT_TRUE(splitSm2Ciphertext(sm2Encrypt(recipient.get(), sessionKey), &fields));
+    const QByteArray content = QByteArrayLiteral("sealed by ZtEnvelopeData, opened by the key");
+
+    // The plug-in this test links is the file the host loaded, so the envelope class works
+    // through the core the host installed.
+    ZtEnvelopeData envelope;
+    envelope.SetRecCert(certificate);
+    envelope.SetEncKeyData(packedKeyData(fields));
+    envelope.SetEncContent(sm4EcbEncrypt(sessionKey, content));
+    const QByteArray built = envelope.build();
+    ASSERT_FALSE(built.isEmpty());
+
+    EXPECT_EQ(decode(base64(built)), base64(content));
 }
 
 TEST_F(EndToEnd, emptyContentIsADecryptFailure)
