@@ -1,0 +1,86 @@
+#include "cli_process.h"
+
+#include <softskf/provision.h>
+
+#include <QFile>
+#include <QProcess>
+#include <QProcessEnvironment>
+
+namespace {
+// Generous: the slowest command, the demo, takes well under a second.
+constexpr int kProcessTimeoutMs = 30000;
+} // namespace
+
+void CliTest::SetUp()
+{
+    ASSERT_TRUE(m_root.isValid());
+    ASSERT_TRUE(m_temp.isValid());
+    ASSERT_TRUE(m_work.isValid());
+}
+
+CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> &environment)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove(QStringLiteral("ZTHOST_PIN"));
+    env.insert(QStringLiteral("SOFTSKF_ROOT"), m_root.path());
+    env.insert(QStringLiteral("TMPDIR"), m_temp.path());
+    for (auto it = environment.cbegin(); it != environment.cend(); ++it)
+        env.insert(it.key(), it.value());
+
+    QProcess process;
+    process.setProcessEnvironment(env);
+    process.setWorkingDirectory(m_work.path());
+    process.start(QStringLiteral(ZTHOST_PATH), arguments);
+    CliRun result;
+    if (!process.waitForStarted(kProcessTimeoutMs)) {
+        ADD_FAILURE() << "zthost did not start: " << process.errorString().toStdString();
+        return result;
+    }
+    process.closeWriteChannel();
+    if (!process.waitForFinished(kProcessTimeoutMs)) {
+        process.kill();
+        process.waitForFinished();
+        ADD_FAILURE() << "zthost did not finish in " << kProcessTimeoutMs << " ms";
+    }
+    result.out = process.readAllStandardOutput();
+    result.err = process.readAllStandardError();
+    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return result;
+}
+
+void CliTest::provision(const QString &device, unsigned maxRetries)
+{
+    softskf::DeviceOptions options;
+    options.name = device.toStdString();
+    options.userPin = kUserPin;
+    options.adminPin = kAdminPin;
+    options.maxRetries = maxRetries;
+    options.containerName = kContainer;
+    options.pbkdf2Iterations = 1;
+    std::string error;
+    ASSERT_TRUE(softskf::createDevice(m_root.path().toStdString(), options, &error)) << error;
+}
+
+QByteArray CliTest::storedCertificate(const QString &device) const
+{
+    std::vector<unsigned char> der;
+    std::string error;
+    EXPECT_TRUE(softskf::getEncryptionCertificate(m_root.path().toStdString(),
+                                                  device.toStdString(), kContainer, &der, &error))
+        << error;
+    return QByteArray(reinterpret_cast<const char *>(der.data()), int(der.size()));
+}
+
+void CliTest::writeWorkFile(const QString &name, const QByteArray &bytes) const
+{
+    QFile file(m_work.filePath(name));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    ASSERT_EQ(file.write(bytes), bytes.size());
+}
+
+QByteArray CliTest::readWorkFile(const QString &name) const
+{
+    QFile file(m_work.filePath(name));
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << name.toStdString();
+    return file.readAll();
+}
