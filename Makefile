@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all bootstrap configure build test clean
+.PHONY: all bootstrap configure build test demo clean
 
 all: build
 
@@ -18,6 +18,10 @@ build: configure
 
 test: build
 	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS) --timeout 120
+
+# The main job on a fresh software key, each step with its outcome and time.
+demo: build
+	@$(BUILD_DIR)/host/cli/zthost demo
 
 clean:
 	rm -rf $(BUILD_DIR)
