@@ -1,0 +1,50 @@
+#pragma once
+
+#include "core/host_core.h"
+#include "core/plugin_loader.h"
+#include "openssl_envelope.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <memory>
+
+// The whole road of WebZtDecode as a host runs it: a software key device provisioned in a
+// private root, the reference host core with its standard components over the software driver,
+// and the built plug-in loaded by path, its key opened and PIN verified. Also holds the
+// recipient's private key, so that the baseline can do the same work with OpenSSL directly.
+//
+// One per process; made on first use. Construction aborts the program on any failure: a
+// benchmark of a road that does not work measures nothing.
+class DecodeWorld
+{
+public:
+    static DecodeWorld &instance();
+
+    // One WebZtDecode by name, as a page calls it; then the per-operation components are
+    // reclaimed, as the host's event loop would.
+    QString decode(const QString &base64Envelope);
+
+    // A fresh envelope of `content` for the device's encryption certificate, as Base64 text.
+    QString envelopeText(const QByteArray &content) const;
+
+    EVP_PKEY *privateKey() const { return m_privateKey.get(); }
+    zthost::HostCore &core() { return *m_core; }
+
+private:
+    DecodeWorld();
+
+    QTemporaryDir m_root;
+    QByteArray m_certificate;
+    EvpPkeyPtr m_privateKey;
+    std::unique_ptr<zthost::HostCore> m_core;
+    std::unique_ptr<zthost::PluginLoader> m_plugin;
+    QObject *m_crypto = nullptr;
+};
+
+// Content of `size` bytes that is not all one value, so that no step can shortcut it.
+QByteArray patternedContent(int size);
+
+// Ends the program with `what` on standard error.
+[[noreturn]] void benchFatal(const QString &what);
