@@ -35,3 +35,9 @@ bench: bootstrap
 
 clean:
 	rm -rf $(BUILD_DIR)
+
+# Builds the fuzzers with clang into build/fuzz and runs each for FUZZ_SECONDS on its seed corpus.
+FUZZ_SECONDS ?= 60
+.PHONY: fuzz-smoke
+fuzz-smoke: bootstrap
+	@fuzz/run_smoke $(FUZZ_SECONDS)

@@ -1,0 +1,163 @@
+// This file feeds untrusted text to WebZtDecode, end to end: built plug-in, reference host,
+// software key device.
+//
+// At start-up a device is provisioned in a temporary root, the plug-in is loaded by path and
+// initialised with the real host core and its standard components, and the scriptable object
+// opens the key and verifies the PIN once. Each input is then the Base64 argument of one
+// WebZtDecode call; the per-operation components and the block agents the plug-in keeps are
+// reclaimed after it.
+//
+// Envelopes that really open can only be made for the device's key, which is new at every start:
+// they are written into the first corpus folder on the command line (libFuzzer's output corpus)
+// as "fresh-envelope-*", before libFuzzer reads it.
+#include "fuzz_environment.h"
+#include "kept_object_reclaimer.h"
+#include "openssl_envelope.h"
+
+#include "core/host_core.h"
+#include "core/plugin_loader.h"
+#include "core/standard_components.h"
+
+#include "softskf/provision.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QMetaObject>
+#include <QString>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr char kDevice[] = "fuzzdev";
+constexpr char kUserPin[] = "fuzz-user-1357";
+constexpr char kAdminPin[] = "fuzz-admin-2468";
+constexpr char kContainer[] = "SM2Container";
+constexpr qulonglong kSm4Ecb = 0x401;
+
+struct Host
+{
+    std::unique_ptr<zthost::HostCore> core;
+    std::unique_ptr<zthost::PluginLoader> plugin;
+    QObject *crypto = nullptr;
+    std::unique_ptr<ztfuzz::KeptObjectReclaimer> reclaimer;
+};
+Host *g_host = nullptr;
+
+[[noreturn]] void die(const QString &what)
+{
+    std::fprintf(stderr, "web decode fuzz: %s\n", qPrintable(what));
+    std::abort();
+}
+
+QString decode(const QString &base64)
+{
+    QString plaintext;
+    if (!QMetaObject::invokeMethod(g_host->crypto, "WebZtDecode", Qt::DirectConnection,
+                                   Q_RETURN_ARG(QString, plaintext), Q_ARG(QString, base64),
+                                   Q_ARG(qulonglong, kSm4Ecb)))
+        die(QStringLiteral("WebZtDecode cannot be called"));
+    return plaintext;
+}
+
+void writeFreshSeeds(const QString &folder, const QByteArray &certificate)
+{
+    const QList<QByteArray> contents = {
+        QByteArrayLiteral("A"),
+        QByteArrayLiteral("sixteen bytes!!!"),
+        QByteArray(300, 'x'),
+    };
+    for (int i = 0; i < contents.size(); ++i) {
+        const QByteArray envelope = makeEnvelopeWithOpenSsl(certificate, contents.at(i));
+        if (envelope.isEmpty())
+            die(QStringLiteral("no envelope could be made for the device's certificate"));
+        QFile file(QDir(folder).filePath(QStringLiteral("fresh-envelope-%1").arg(i + 1)));
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+            || file.write(envelope.toBase64()) < 0)
+            die(QStringLiteral("cannot write %1").arg(file.fileName()));
+        // Self-check: the harness is useless if a real envelope does not open.
+        if (decode(QString::fromLatin1(envelope.toBase64())) != QString::fromLatin1(contents.at(i).toBase64()))
+            die(QStringLiteral("a fresh envelope for the device does not decode"));
+        g_host->core->reclaim();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    const QString temp = ztfuzz::prepareProcess(argc, argv);
+    const std::string root = QDir(temp).filePath(QStringLiteral("softskf")).toStdString();
+    ::setenv("SOFTSKF_ROOT", root.c_str(), 1);
+
+    softskf::DeviceOptions options;
+    options.name = kDevice;
+    options.userPin = kUserPin;
+    options.adminPin = kAdminPin;
+    options.containerName = kContainer;
+    options.pbkdf2Iterations = 1;
+    std::string error;
+    if (!softskf::createDevice(root, options, &error))
+        die(QString::fromStdString(error));
+    std::vector<unsigned char> der;
+    if (!softskf::getEncryptionCertificate(root, kDevice, kContainer, &der, &error))
+        die(QString::fromStdString(error));
+    const QByteArray certificate(reinterpret_cast<const char *>(der.data()), int(der.size()));
+
+    g_host = new Host;
+    g_host->core = std::make_unique<zthost::HostCore>();
+    g_host->core->log().setFile(QStringLiteral("/dev/null"));
+    zthost::StandardComponentOptions components;
+    components.skfDriverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
+    zthost::registerStandardComponents(*g_host->core, components);
+
+    QString loadError;
+    g_host->plugin = zthost::PluginLoader::load(QStringLiteral(ZT_PLUGIN_PATH), &loadError);
+    if (!g_host->plugin)
+        die(loadError);
+    if (!g_host->plugin->initialize(g_host->core.get(), &loadError))
+        die(loadError);
+    g_host->crypto = g_host->plugin->createScriptableObject();
+    if (!g_host->crypto)
+        die(QStringLiteral("the plug-in made no scriptable object"));
+
+    bool opened = false;
+    QMetaObject::invokeMethod(g_host->crypto, "WebOpenKey", Qt::DirectConnection,
+                              Q_RETURN_ARG(bool, opened));
+    bool verified = false;
+    QMetaObject::invokeMethod(g_host->crypto, "WebVerifyPin", Qt::DirectConnection,
+                              Q_RETURN_ARG(bool, verified),
+                              Q_ARG(QString, QString::fromLatin1(kUserPin)));
+    if (!opened || !verified)
+        die(QStringLiteral("the key did not open or the PIN was refused"));
+    g_host->core->reclaim();
+    g_host->reclaimer = std::make_unique<ztfuzz::KeptObjectReclaimer>(
+        std::vector<std::string>{"ZtAsnBlockAgent"});
+
+    const QString corpus = ztfuzz::firstCorpusFolder(*argc, *argv);
+    if (!corpus.isEmpty())
+        writeFreshSeeds(corpus, certificate);
+    g_host->reclaimer->reclaim();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    const QString text = QString::fromUtf8(reinterpret_cast<const char *>(data), int(size));
+    const QString answer = decode(text);
+    if (answer != QLatin1String("false")) {
+        const QByteArray plaintext = QByteArray::fromBase64(answer.toLatin1());
+        if (plaintext.isEmpty() || plaintext.toBase64() != answer.toLatin1())
+            die(QStringLiteral("WebZtDecode answered neither Base64 plaintext nor \"false\""));
+    }
+    g_host->core->reclaim();
+    g_host->reclaimer->reclaim();
+    return 0;
+}
