@@ -14,6 +14,7 @@ const QList<CommandEntry> &commandTable()
         {"encrypt", "make a digital envelope of a file for a certificate", runEncrypt},
         {"decrypt", "open a digital envelope on the key", runDecrypt},
         {"call", "call any method of the scriptable object by name", runCall},
+        {"serve", "serve the demo page and a web bridge to the key on 127.0.0.1", runServe},
         {"help", "this list, or a command's help", runHelp},
     };
     return table;

@@ -15,6 +15,7 @@ ExitCode runCert(const QStringList &arguments);
 ExitCode runEncrypt(const QStringList &arguments);
 ExitCode runDecrypt(const QStringList &arguments);
 ExitCode runCall(const QStringList &arguments);
+ExitCode runServe(const QStringList &arguments);
 ExitCode runHelp(const QStringList &arguments);
 
 struct CommandEntry

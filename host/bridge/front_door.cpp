@@ -1,0 +1,187 @@
+#include "bridge/front_door.h"
+
+#include "bridge/http_request_head.h"
+#include "bridge/http_response.h"
+
+#include <QHostAddress>
+#include <QTcpSocket>
+#include <QTimer>
+#include <QWebSocketServer>
+
+namespace zthost::bridge {
+
+namespace {
+
+// Request paths come from the peer; a log line shows no more than this of one.
+constexpr int kMaxLoggedPathChars = 120;
+
+QString shown(const QString &path)
+{
+    return path.size() > kMaxLoggedPathChars ? path.left(kMaxLoggedPathChars) + QStringLiteral("...")
+                                             : path;
+}
+
+} // namespace
+
+FrontDoor::FrontDoor(QWebSocketServer *webSockets, const AccessToken *token, PageFiles files,
+                     std::function<bool()> hasRoomForClient, Note note, QObject *parent)
+    : QObject(parent),
+      m_webSockets(webSockets),
+      m_token(token),
+      m_files(std::move(files)),
+      m_hasRoomForClient(std::move(hasRoomForClient)),
+      m_note(std::move(note))
+{
+    connect(&m_server, &QTcpServer::newConnection, this, &FrontDoor::accept);
+}
+
+bool FrontDoor::listen(quint16 port, QString *error)
+{
+    // Loopback only: the bridge reaches the user's key, nothing beyond this machine may reach it.
+    if (!m_server.listen(QHostAddress::LocalHost, port)) {
+        *error = QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(port).arg(m_server.errorString());
+        return false;
+    }
+    return true;
+}
+
+QString FrontDoor::origin() const
+{
+    return QStringLiteral("http://127.0.0.1:%1").arg(port());
+}
+
+QByteArray FrontDoor::contentSecurityPolicy() const
+{
+    return "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; "
+           "connect-src ws://127.0.0.1:"
+           + QByteArray::number(port())
+           + "; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+}
+
+void FrontDoor::accept()
+{
+    while (QTcpSocket *socket = m_server.nextPendingConnection()) {
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        if (m_pending.size() >= kMaxPendingConnections) {
+            m_note(QStringLiteral("closed a connection: %1 others are still sending their requests")
+                       .arg(m_pending.size()));
+            socket->abort();
+            socket->deleteLater();
+            continue;
+        }
+        m_pending.insert(socket);
+        auto *timeout = new QTimer(socket);
+        timeout->setObjectName(QStringLiteral("headTimeout"));
+        timeout->setSingleShot(true);
+        connect(timeout, &QTimer::timeout, socket, [this, socket] {
+            m_note(QStringLiteral("closed a connection that sent no whole request in %1 ms")
+                       .arg(kHeadTimeoutMs));
+            forget(socket);
+            socket->abort();
+        });
+        timeout->start(kHeadTimeoutMs);
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readHead(socket); });
+        connect(socket, &QObject::destroyed, this, [this, socket] { m_pending.remove(socket); });
+        if (socket->bytesAvailable() > 0)
+            readHead(socket);
+    }
+}
+
+void FrontDoor::forget(QTcpSocket *socket)
+{
+    m_pending.remove(socket);
+    socket->disconnect(this);
+    delete socket->findChild<QTimer *>(QStringLiteral("headTimeout"));
+}
+
+void FrontDoor::respond(QTcpSocket *socket, int status, const QByteArray &text, bool headOnly)
+{
+    forget(socket);
+    socket->write(HttpResponse::plainText(status, text).serialise(contentSecurityPolicy(), headOnly));
+    socket->disconnectFromHost();
+}
+
+void FrontDoor::readHead(QTcpSocket *socket)
+{
+    // Peeked, not read: an upgrade goes to the WebSocket server with its bytes still unread.
+    const QByteArray bytes = socket->peek(HttpRequestHead::kMaxHeadBytes + 1);
+    HttpRequestHead head;
+    switch (HttpRequestHead::parse(bytes, &head)) {
+    case HttpRequestHead::Parse::Incomplete:
+        return;
+    case HttpRequestHead::Parse::TooLarge:
+        m_note(QStringLiteral("refused a request whose head exceeds %1 bytes")
+                   .arg(HttpRequestHead::kMaxHeadBytes));
+        respond(socket, 431, "request head too large");
+        return;
+    case HttpRequestHead::Parse::Malformed:
+        m_note(QStringLiteral("refused a malformed request"));
+        respond(socket, 400, "malformed request");
+        return;
+    case HttpRequestHead::Parse::Complete:
+        break;
+    }
+
+    // A page of another site whose name was made to resolve to 127.0.0.1 (DNS rebinding)
+    // sends its own host name here.
+    const QByteArray expectedHost = "127.0.0.1:" + QByteArray::number(port());
+    if (head.header("host").toLower() != expectedHost) {
+        m_note(QStringLiteral("refused a request for host \"%1\"")
+                   .arg(shown(QString::fromLatin1(head.header("host")))));
+        respond(socket, 421, "this server answers only " + expectedHost);
+        return;
+    }
+
+    if (head.isWebSocketUpgrade()) {
+        if (head.method != "GET" || head.path != QLatin1String(kWebSocketPath)) {
+            m_note(QStringLiteral("refused a WebSocket upgrade for %1").arg(shown(head.path)));
+            respond(socket, 404, "no WebSocket here");
+            return;
+        }
+        // The token is never logged: it is what lets a page in.
+        if (!m_token->matches(head.query.queryItemValue(QStringLiteral("token"),
+                                                        QUrl::FullyDecoded))) {
+            m_note(QStringLiteral("refused a WebSocket without the right token"));
+            respond(socket, 403, "wrong or missing token");
+            return;
+        }
+        if (!m_hasRoomForClient()) {
+            m_note(QStringLiteral("refused a WebSocket: the bridge has all the clients it takes"));
+            respond(socket, 503, "too many clients");
+            return;
+        }
+        forget(socket);
+        // The WebSocket server deletes the socket when its handshake fails or times out.
+        disconnect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        m_webSockets->handleConnection(socket);
+        return;
+    }
+
+    const bool headOnly = head.method == "HEAD";
+    if (head.method != "GET" && !headOnly) {
+        forget(socket);
+        HttpResponse response = HttpResponse::plainText(405, "only GET and HEAD");
+        response.allow = "GET, HEAD";
+        socket->write(response.serialise(contentSecurityPolicy()));
+        socket->disconnectFromHost();
+        return;
+    }
+    HttpResponse response;
+    QString error;
+    switch (m_files.lookup(head.path, &response.contentType, &response.body, &error)) {
+    case PageFiles::Lookup::Found:
+        forget(socket);
+        socket->write(response.serialise(contentSecurityPolicy(), headOnly));
+        socket->disconnectFromHost();
+        return;
+    case PageFiles::Lookup::NotFound:
+        respond(socket, 404, "not found", headOnly);
+        return;
+    case PageFiles::Lookup::Unreadable:
+        m_note(error);
+        respond(socket, 500, "the page's file cannot be read", headOnly);
+        return;
+    }
+}
+
+} // namespace zthost::bridge

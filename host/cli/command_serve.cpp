@@ -1,0 +1,138 @@
+#include "commands.h"
+
+#include "command_line.h"
+#include "console.h"
+#include "session_steps.h"
+
+#include "bridge/bridge_options.h"
+#include "bridge/default_web_root.h"
+#include "bridge/termination_signals.h"
+#include "bridge/web_bridge.h"
+
+#include <QCoreApplication>
+#include <QHostAddress>
+
+#include <csignal>
+
+namespace zthost::cli {
+
+namespace {
+const QString kPort = QStringLiteral("port");
+const QString kListen = QStringLiteral("listen");
+const QString kAllowOrigin = QStringLiteral("allow-origin");
+const QString kMaxClients = QStringLiteral("max-clients");
+const QString kMaxMessage = QStringLiteral("max-message");
+const QString kWeb = QStringLiteral("web");
+
+bool parseBounded(const QString &text, qint64 low, qint64 high, qint64 *value)
+{
+    bool ok = false;
+    const qint64 parsed = text.trimmed().toLongLong(&ok, 10);
+    if (!ok || parsed < low || parsed > high)
+        return false;
+    *value = parsed;
+    return true;
+}
+} // namespace
+
+ExitCode runServe(const QStringList &arguments)
+{
+    const bridge::BridgeOptions defaults;
+    CommandLine line(
+        QStringLiteral("serve"), QStringLiteral("[--port N] [--allow-origin ORIGINS] [options]"),
+        QStringLiteral("Serves the demo page and a web bridge to the scriptable object on "
+                       "127.0.0.1: a page calls its\nseven methods through Qt WebChannel over a "
+                       "WebSocket. Prints the page's address, with a fresh\naccess token, on "
+                       "standard output, and runs until SIGINT or SIGTERM."));
+    line.addOption({kPort, QStringLiteral("The port (default 0: any free one)."), QStringLiteral("N"),
+                    QStringLiteral("0")});
+    line.addOption({kListen,
+                    QStringLiteral("The address to listen on; only 127.0.0.1 is accepted."),
+                    QStringLiteral("ADDRESS"), QStringLiteral("127.0.0.1")});
+    line.addOption({kAllowOrigin,
+                    QStringLiteral("More origins whose pages may connect, comma-separated, e.g. "
+                                   "http://localhost:8080 (the bridge's own is always allowed)."),
+                    QStringLiteral("ORIGINS")});
+    line.addOption({kMaxClients,
+                    QStringLiteral("Pages connected at once (default %1).").arg(defaults.maxClients),
+                    QStringLiteral("N"), QString::number(defaults.maxClients)});
+    line.addOption({kMaxMessage,
+                    QStringLiteral("Largest message a page may send, in bytes (default %1); a "
+                                   "larger one closes its connection.")
+                        .arg(defaults.maxMessageBytes),
+                    QStringLiteral("BYTES"), QString::number(defaults.maxMessageBytes)});
+    line.addOption({kWeb,
+                    QStringLiteral("The page's folder (default: %1).")
+                        .arg(bridge::defaultWebRootCandidates().join(QLatin1String(", else "))),
+                    QStringLiteral("DIR")});
+    line.setNotes(QStringLiteral(
+        "Anyone with the printed address can use the key while the bridge runs: keep it to "
+        "yourself."));
+    const CommandLine::Parse parsed = line.parse(arguments);
+    if (parsed != CommandLine::Parse::Run)
+        return CommandLine::exitCodeOf(parsed);
+    if (!line.positionalArguments().isEmpty())
+        return line.usageError(QStringLiteral("unexpected argument \"%1\"")
+                                   .arg(line.positionalArguments().first()));
+
+    // The bridge reaches the user's key: no other interface, whatever is asked.
+    const QHostAddress listen(line.value(kListen));
+    if (listen != QHostAddress(QHostAddress::LocalHost))
+        return line.usageError(QStringLiteral("--listen %1: the bridge listens on 127.0.0.1 only")
+                                   .arg(line.value(kListen)));
+    bridge::BridgeOptions options;
+    qint64 number = 0;
+    if (!parseBounded(line.value(kPort), 0, 65535, &number))
+        return line.usageError(QStringLiteral("--port %1 is not a port from 0 to 65535")
+                                   .arg(line.value(kPort)));
+    options.port = quint16(number);
+    if (!parseBounded(line.value(kMaxClients), 1, 1024, &number))
+        return line.usageError(QStringLiteral("--max-clients %1 is not a number from 1 to 1024")
+                                   .arg(line.value(kMaxClients)));
+    options.maxClients = int(number);
+    constexpr qint64 kLargestMessage = qint64(1) << 30;
+    if (!parseBounded(line.value(kMaxMessage), 1024, kLargestMessage, &number))
+        return line.usageError(QStringLiteral("--max-message %1 is not a size from 1024 to %2 bytes")
+                                   .arg(line.value(kMaxMessage))
+                                   .arg(kLargestMessage));
+    options.maxMessageBytes = number;
+    if (line.isSet(kAllowOrigin)) {
+        for (const QString &origin : line.value(kAllowOrigin).split(QLatin1Char(','), Qt::SkipEmptyParts))
+            options.extraOrigins << origin.trimmed();
+    }
+    options.webRoot = line.isSet(kWeb) ? line.value(kWeb) : bridge::defaultWebRoot();
+
+    // Installed before the host starts, so that a stop asked for during start-up still goes
+    // through the orderly shutdown below.
+    bridge::TerminationSignals stopSignals;
+    if (!stopSignals.isInstalled())
+        return failed(QStringLiteral("cannot install the SIGINT and SIGTERM handlers"));
+    int stopSignal = 0;
+    QObject::connect(&stopSignals, &bridge::TerminationSignals::received, [&stopSignal](int number) {
+        stopSignal = number;
+        QCoreApplication::quit();
+    });
+
+    std::unique_ptr<HostSession> session = startHost(line.hostOptions());
+    if (!session)
+        return ExitCode::Failure;
+    HostSession *host = session.get();
+    {
+        bridge::WebBridge bridge(host->scriptable(), [host] { host->core().reclaim(); }, options,
+                                 &host->core().log());
+        QString error;
+        if (!bridge.start(&error))
+            return failed(error);
+        printLine(bridge.pageUrl().toString(QUrl::FullyEncoded));
+        printMessage(QStringLiteral("zthost serve: open the address above in a browser on this "
+                                    "machine; Ctrl+C stops the bridge."));
+        QCoreApplication::exec();
+    }
+    // The pages are gone; now the scriptable object and the plug-in's core agent, then the core.
+    session.reset();
+    printMessage(QStringLiteral("zthost serve: stopped (%1)")
+                     .arg(stopSignal == SIGTERM ? QStringLiteral("SIGTERM") : QStringLiteral("SIGINT")));
+    return ExitCode::Success;
+}
+
+} // namespace zthost::cli
