@@ -11,6 +11,7 @@
 #include "zt_envelope_data.h"
 
 #include <ctime>
+#include <utility>
 
 namespace {
 // Line tags the host's log readers know for this method's trace.
@@ -49,13 +50,21 @@ QString ZtCryptographic::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
     coreTraceDebug("WebZtDecode", kInputLengthTag,
                    QStringLiteral("encode base64 data length : [%1]").arg(bas64EncData.size()));
 
-    ZtEnvelopeData envelope;
-    // Lenient decoding: characters outside the Base64 alphabet are skipped. The decoded
-    // envelope is released as soon as it is parsed; load() has set the code on failure.
-    if (!envelope.load(QByteArray::fromBase64(bas64EncData.toUtf8())))
-        return failed();
-    const QByteArray packedKey = envelope.GetEncKeyData();
-    QByteArray content = envelope.GetEncContent();
+    // Envelopes run to many megabytes, so each full-size intermediate goes as soon as the next
+    // step holds what it needs: the UTF-8 text before the parse, the envelope's own copy of the
+    // content before the device call, the ciphertext and plaintext before the answer is made.
+    QByteArray packedKey;
+    QByteArray content;
+    {
+        ZtEnvelopeData envelope;
+        // Lenient decoding: characters outside the Base64 alphabet are skipped. load() has set
+        // the code on failure.
+        QByteArray der = QByteArray::fromBase64(bas64EncData.toUtf8());
+        if (!envelope.load(std::move(der)))
+            return failed();
+        packedKey = envelope.GetEncKeyData();
+        content = envelope.GetEncContent();
+    }
 
     qulonglong container = GetContainer(m_userKey, kSm2ContainerType);
     if (!container) {
@@ -99,6 +108,7 @@ QString ZtCryptographic::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
     QByteArray plaintext;
     m_userKey->invokeHelper(QStringLiteral("decrypt"), &plaintext, &sessionKey, &content,
                             &contentLength);
+    content = QByteArray();
     // An envelope whose content decrypts to nothing is a failure, not an empty success.
     if (plaintext.isEmpty()) {
         coreTraceError("WebZtDecode", kDecryptTag, QStringLiteral("decrypt data fail"));
@@ -108,5 +118,7 @@ QString ZtCryptographic::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
 
     _logCrypto(formatLogLine("[ZtCryptographic::WebZtDecode] decode data spend time : [%f]S",
                              processorSecondsSince(start)));
-    return QString::fromLatin1(plaintext.toBase64());
+    const QByteArray encoded = plaintext.toBase64();
+    plaintext = QByteArray();
+    return QString::fromLatin1(encoded);
 }

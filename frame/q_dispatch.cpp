@@ -45,14 +45,16 @@ void Q_Dispatch::invokeHelperV(QString methodName, void *result, va_list args)
 
     const QMetaObject *meta = m_target->metaObject();
     const QString trimmed = methodName.trimmed();
-    // The "(" ends the key, so "open" never matches "openContainer(...)". No index is cached:
-    // a host may hand out objects of any class, and the scan is cheap next to a device call.
+    // The first method whose signature starts with "<name>(" is the one called, so "open" never
+    // matches "openContainer(...)". A signature is its name up to the first "(", so comparing the
+    // names finds the same method; name() views the meta-object's own string data, where
+    // building each signature would cost allocations per method scanned. No index is cached:
+    // a host may hand out objects of any class.
     int index = -1;
     if (!trimmed.isEmpty()) {
-        const QString key = trimmed + QLatin1Char('(');
         for (int i = 0; i < meta->methodCount(); ++i) {
-            const QString signature = QString::fromLatin1(meta->method(i).methodSignature());
-            if (signature.mid(0, key.size()) == key) {
+            const QByteArray name = meta->method(i).name();
+            if (trimmed == QLatin1String(name.constData(), name.size())) {
                 index = i;
                 break;
             }

@@ -312,7 +312,9 @@ QByteArray KeyObject::decrypt(qulonglong key, QByteArray data, qulonglong len)
                    QStringLiteral("length %1 is past the %2-byte data").arg(len).arg(data.size()));
         return QByteArray();
     }
-    BYTE *input = reinterpret_cast<BYTE *>(data.data());
+    // The driver only reads the ciphertext. data() would copy it first, since the plug-in still
+    // shares the array: a whole content's worth of memory and time for nothing.
+    BYTE *input = const_cast<BYTE *>(reinterpret_cast<const BYTE *>(data.constData()));
     ULONG size = 0;
     ULONG code = m_skf.Decrypt(handleFromValue(key), input, ULONG(len), nullptr, &size);
     if (code != SAR_OK) {
