@@ -1,0 +1,60 @@
+#pragma once
+
+// Shared by the robustness tests of the software key device: child processes and what they
+// report back, the full road through one device, and result-code checks.
+
+#include "softskf_fixture.h"
+
+#include <functional>
+#include <string>
+
+namespace softskf_robust {
+
+using softskf_test::Bytes;
+
+// How a child process ended.
+struct ChildOutcome
+{
+    bool exited = false;  // by _exit; else killed by `signal`
+    int code = 0;
+    int signal = 0;
+    std::string report;   // what the child wrote to its report pipe
+};
+
+// Runs `body` in a forked child that writes its report to the descriptor it is given and ends
+// with body's answer as its exit code. Never returns in the child.
+ChildOutcome runInChild(const std::function<int(int reportFd)> &body);
+
+// Writes text to a report descriptor.
+void report(int fd, const std::string &text);
+
+// SAR_OK, or one of the SAR_* failure codes the driver defines.
+bool isKnownResultCode(ULONG code);
+std::string hexCode(ULONG code);
+
+// The whole road through one device: connect, information, application, PIN information,
+// PIN checks, containers, certificates, session-key import and decryption.
+struct RoadInput
+{
+    std::string device;
+    Bytes wrappedKey;  // for the device's encryption certificate
+    Bytes cipher;      // SM4-ECB/PKCS#7 of `plain` under the wrapped key
+    Bytes plain;
+};
+struct RoadResult
+{
+    bool allCodesKnown = true;
+    bool wrongPinAccepted = false;
+    bool decrypted = false;  // the right plaintext came out
+    std::string codes;       // "connect=0x0 open=0x0A000004 ..."
+};
+RoadResult walkRoad(const RoadInput &input);
+
+// A session key wrapped for a device's certificate and content encrypted with it.
+RoadInput roadFor(const std::string &root, const std::string &device);
+
+// Removes CAP_DAC_OVERRIDE and CAP_DAC_READ_SEARCH from this process's effective set, so that
+// file modes bind a root process too. Call in a child only. False when that cannot be done.
+bool dropFileAccessOverride();
+
+} // namespace softskf_robust
