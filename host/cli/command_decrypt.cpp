@@ -44,7 +44,7 @@ ExitCode runDecrypt(const QStringList &arguments)
     QString error;
     if (!readWholeFile(line.value(kIn), &file, &error))
         return failed(error);
-    const Pin pin = readPin(line.isSet(kPin), line.value(kPin), QStringLiteral("User PIN: "));
+    const Pin pin = readPin(line.optionalValue(kPin), QStringLiteral("User PIN: "));
     if (pin.origin == PinOrigin::Missing)
         return line.usageError(QStringLiteral("no user PIN: give --pin, set ZTHOST_PIN, or run "
                                               "on a terminal to be asked"));

@@ -97,7 +97,7 @@ ExitCode runDemo(const QStringList &arguments)
         return StepResult{true, QStringLiteral("SM2 key pairs and certificates, 6 PIN tries")};
     });
     table.run(QStringLiteral("load plug-in"), [&] {
-        // startHost prints its own failure; the table shows it again in place.
+        // Not startHost: the failure belongs in the table, not on standard error.
         applyRoot(options);
         applyVerbosity(options.verbosity);
         QString error;

@@ -60,7 +60,7 @@ ExitCode runKeygen(const QStringList &arguments)
                                        .arg(kMaxRetries)
                                        .arg(line.value(kRetries)));
     }
-    const Pin userPin = readPin(line.isSet(kPin), line.value(kPin), QStringLiteral("New user PIN: "));
+    const Pin userPin = readPin(line.optionalValue(kPin), QStringLiteral("New user PIN: "));
     if (userPin.origin == PinOrigin::Missing)
         return line.usageError(QStringLiteral("no user PIN: give --pin, set ZTHOST_PIN, or run "
                                               "on a terminal to be asked"));

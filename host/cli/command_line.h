@@ -8,6 +8,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 namespace zthost::cli {
 
 // The command line of one command: the options every command shares (--plugin, --skf, --root,
@@ -33,6 +35,11 @@ public:
     bool isSet(const QString &name) const { return m_parser.isSet(name); }
     QString value(const QString &name) const { return m_parser.value(name); }
     QStringList positionalArguments() const { return m_parser.positionalArguments(); }
+    // The option's value when it was given at all (an empty value counts as given).
+    std::optional<QString> optionalValue(const QString &name) const
+    {
+        return m_parser.isSet(name) ? std::optional<QString>(m_parser.value(name)) : std::nullopt;
+    }
 
     // Prints "zthost <command>: <message>" and the --help hint on standard error.
     ExitCode usageError(const QString &message) const;

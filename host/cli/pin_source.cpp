@@ -37,10 +37,10 @@ QString promptWithoutEcho(const QString &prompt)
 }
 } // namespace
 
-Pin readPin(bool optionGiven, const QString &optionValue, const QString &prompt)
+Pin readPin(const std::optional<QString> &fromOption, const QString &prompt)
 {
-    if (optionGiven)
-        return {optionValue, PinOrigin::Option};
+    if (fromOption)
+        return {*fromOption, PinOrigin::Option};
     if (qEnvironmentVariableIsSet(kEnvironmentVariable))
         return {qEnvironmentVariable(kEnvironmentVariable), PinOrigin::Environment};
     if (isatty(STDIN_FILENO)) {

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <optional>
+
 namespace zthost::cli {
 
 enum class PinOrigin { Option, Environment, Prompt, Missing };
@@ -12,10 +14,10 @@ struct Pin
     PinOrigin origin = PinOrigin::Missing;
 };
 
-// The PIN from, in order: the command line (`optionValue`, when `optionGiven`), the ZTHOST_PIN
+// The PIN from, in order: the command line (`fromOption`, when it was given), the ZTHOST_PIN
 // environment variable, or a prompt on the terminal that does not echo what is typed, when
 // standard input is one. Missing otherwise, or when the prompt was left empty. `prompt` is
 // shown on standard error, e.g. "User PIN: ".
-Pin readPin(bool optionGiven, const QString &optionValue, const QString &prompt);
+Pin readPin(const std::optional<QString> &fromOption, const QString &prompt);
 
 } // namespace zthost::cli

@@ -9,6 +9,8 @@ namespace {
 // ASN1_get_object sets this bit in its answer when the header is malformed or overruns.
 constexpr int kAsn1HeaderError = 0x80;
 
+enum class Form { Primitive, Constructed };
+
 // One TLV at a time from a bounded window of the input.
 class DerReader
 {
@@ -17,9 +19,9 @@ public:
 
     long remaining() const { return m_remaining; }
 
-    // The content of the next element when its tag is `tag` (universal class, primitive or
-    // constructed as `constructed` says). False with `error` naming `what`.
-    bool take(int tag, bool constructed, const char *what, const unsigned char **content,
+    // The content of the next element when it is universal `tag` in `form`. False with
+    // `error` naming `what`.
+    bool take(int tag, Form form, const char *what, const unsigned char **content,
               long *length, QString *error)
     {
         if (m_remaining <= 0) {
@@ -39,8 +41,8 @@ public:
                          .arg(m_remaining);
             return false;
         }
-        const bool isConstructed = (flags & V_ASN1_CONSTRUCTED) != 0;
-        if (foundClass != V_ASN1_UNIVERSAL || foundTag != tag || isConstructed != constructed) {
+        const Form foundForm = (flags & V_ASN1_CONSTRUCTED) ? Form::Constructed : Form::Primitive;
+        if (foundClass != V_ASN1_UNIVERSAL || foundTag != tag || foundForm != form) {
             *error = QStringLiteral("SM2 ciphertext: %1 has tag %2, expected %3")
                          .arg(QLatin1String(what))
                          .arg(foundTag)
@@ -89,23 +91,23 @@ bool parseSm2Ciphertext(const QByteArray &der, Sm2Ciphertext *ciphertext, QStrin
     DerReader outer(data, der.size());
     const unsigned char *content = nullptr;
     long length = 0;
-    if (!outer.take(V_ASN1_SEQUENCE, true, "the SEQUENCE", &content, &length, error))
+    if (!outer.take(V_ASN1_SEQUENCE, Form::Constructed, "the SEQUENCE", &content, &length, error))
         return false;
     ciphertext->derSize = der.size() - int(outer.remaining());
 
     DerReader fields(content, length);
     const unsigned char *value = nullptr;
     long valueLength = 0;
-    if (!fields.take(V_ASN1_INTEGER, false, "x", &value, &valueLength, error)
+    if (!fields.take(V_ASN1_INTEGER, Form::Primitive, "x", &value, &valueLength, error)
         || !magnitudeOf(value, valueLength, "x", &ciphertext->x, error))
         return false;
-    if (!fields.take(V_ASN1_INTEGER, false, "y", &value, &valueLength, error)
+    if (!fields.take(V_ASN1_INTEGER, Form::Primitive, "y", &value, &valueLength, error)
         || !magnitudeOf(value, valueLength, "y", &ciphertext->y, error))
         return false;
-    if (!fields.take(V_ASN1_OCTET_STRING, false, "hash", &value, &valueLength, error))
+    if (!fields.take(V_ASN1_OCTET_STRING, Form::Primitive, "hash", &value, &valueLength, error))
         return false;
     ciphertext->hash = bytes(value, valueLength);
-    if (!fields.take(V_ASN1_OCTET_STRING, false, "cipherText", &value, &valueLength, error))
+    if (!fields.take(V_ASN1_OCTET_STRING, Form::Primitive, "cipherText", &value, &valueLength, error))
         return false;
     ciphertext->cipherText = bytes(value, valueLength);
     if (fields.remaining() != 0) {
