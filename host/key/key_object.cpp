@@ -103,6 +103,8 @@ qulonglong KeyObject::openContainer(QString name)
 {
     if (!usable("openContainer"))
         return 0;
+    if (const qulonglong open = m_containerByName.value(name))
+        return open;
     QByteArray encoded = name.toUtf8();
     HCONTAINER container = nullptr;
     const ULONG code = m_skf.OpenContainer(m_application, encoded.data(), &container);
@@ -112,6 +114,7 @@ qulonglong KeyObject::openContainer(QString name)
     }
     const qulonglong handle = handleValue(container);
     m_containers.insert(handle);
+    m_containerByName.insert(name, handle);
     return handle;
 }
 
@@ -128,18 +131,20 @@ int KeyObject::getContainerType(qulonglong container)
     return type <= ULONG(std::numeric_limits<int>::max()) ? int(type) : 0;
 }
 
+void KeyObject::closeKey(qulonglong key)
+{
+    m_keys.remove(key);
+    m_keyOrder.removeOne(key);
+    const ULONG code = m_skf.CloseHandle(handleFromValue(key));
+    if (code != SAR_OK)
+        logFailure("SKF_CloseHandle", code);
+}
+
 void KeyObject::closeKeysOf(qulonglong container)
 {
-    for (auto it = m_keys.begin(); it != m_keys.end();) {
-        if (it.value() == container) {
-            const ULONG code = m_skf.CloseHandle(handleFromValue(it.key()));
-            if (code != SAR_OK)
-                logFailure("SKF_CloseHandle", code);
-            it = m_keys.erase(it);
-        } else {
-            ++it;
-        }
-    }
+    const QList<qulonglong> keys = m_keys.keys(container);
+    for (qulonglong key : keys)
+        closeKey(key);
 }
 
 void KeyObject::closeContainer(qulonglong container)
@@ -148,6 +153,7 @@ void KeyObject::closeContainer(qulonglong container)
         return;
     closeKeysOf(container);
     m_containers.remove(container);
+    m_containerByName.remove(m_containerByName.key(container));
     const ULONG code = m_skf.CloseContainer(handleFromValue(container));
     if (code != SAR_OK)
         logFailure("SKF_CloseContainer", code);
@@ -225,12 +231,14 @@ void KeyObject::releaseEverything()
             logFailure("SKF_CloseHandle", code);
     }
     m_keys.clear();
+    m_keyOrder.clear();
     for (qulonglong container : qAsConst(m_containers)) {
         const ULONG code = m_skf.CloseContainer(handleFromValue(container));
         if (code != SAR_OK)
             logFailure("SKF_CloseContainer", code);
     }
     m_containers.clear();
+    m_containerByName.clear();
 
     // Each step is tried even when an earlier one failed: a removed device still has a
     // connection in the driver to let go of.
@@ -282,6 +290,9 @@ qulonglong KeyObject::importSessionKey(qulonglong container, qulonglong algId, Q
     }
     const qulonglong handle = handleValue(key);
     m_keys.insert(handle, container);
+    m_keyOrder.append(handle);
+    if (m_keyOrder.size() > kSessionKeysKept)
+        closeKey(m_keyOrder.first());
     return handle;
 }
 

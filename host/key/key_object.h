@@ -40,7 +40,9 @@ public:
 
     // Container names of the application; empty on failure.
     Q_INVOKABLE QStringList enumContainer();
-    // A container handle; 0 on failure.
+    // A container handle; 0 on failure. A container that is open already answers the handle it
+    // has: the plug-in opens its SM2 container for every envelope and never closes it, so new
+    // handles would pile up in the host and the device for as long as the key stays open.
     Q_INVOKABLE qulonglong openContainer(QString name);
     // 0 empty, 1 RSA, 2 SM2; 0 on failure too.
     Q_INVOKABLE int getContainerType(qulonglong container);
@@ -52,6 +54,10 @@ public:
     Q_INVOKABLE bool verifyPin(QString pin, bool adminPin);
     // Forgets the login, closes keys, containers, the application and the device connection.
     Q_INVOKABLE void close();
+    // The plug-in imports a session key for every envelope and never closes one, so only the
+    // newest keys stay open: importing one more than this closes the oldest.
+    static constexpr int kSessionKeysKept = 8;
+
     // Unwraps the first `blobLen` bytes of `blob` as a session key; its handle, or 0. Refuses a
     // length past the array or beyond 32 bits, and an algorithm beyond 32 bits.
     Q_INVOKABLE qulonglong importSessionKey(qulonglong container, qulonglong algId, QByteArray blob,
@@ -69,6 +75,7 @@ private:
     void logRefusal(const char *method, const QString &reason);
     void logFailure(const char *function, ULONG code, const QString &detail = QString());
     void closeKeysOf(qulonglong container);
+    void closeKey(qulonglong key);
     void releaseEverything();
 
     const SkfFunctions &m_skf;
@@ -77,8 +84,12 @@ private:
     DEVHANDLE m_device;
     HAPPLICATION m_application;
     QSet<qulonglong> m_containers;
+    // Open containers by name, for answering a second openContainer of the same one.
+    QHash<QString, qulonglong> m_containerByName;
     // Session key handle -> the container it was imported into.
     QHash<qulonglong, qulonglong> m_keys;
+    // Session keys from oldest to newest.
+    QList<qulonglong> m_keyOrder;
 };
 
 } // namespace zthost

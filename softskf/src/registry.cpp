@@ -11,6 +11,7 @@ void ApplicationSession::forgetLogin()
     userLoggedIn = false;
     adminLoggedIn = false;
     sealingKey.clear();
+    unsealedEncryptionKeys.clear();
 }
 
 HANDLE Registry::add(Object object)

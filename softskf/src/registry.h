@@ -2,6 +2,7 @@
 
 #include "skf.h"
 
+#include "openssl_ptr.h"
 #include "secret_bytes.h"
 #include "sm4_ecb.h"
 
@@ -31,6 +32,10 @@ struct ApplicationSession {
     bool adminLoggedIn = false;
     // Derived from the user PIN at login; opens the sealed private keys. Empty when logged out.
     SecretBytes sealingKey;
+    // Encryption keys already unsealed during this login, by container folder. Unsealing and
+    // decoding a key costs more than the SM2 decryption it serves, and a host imports a session
+    // key for every envelope. Dropped with the login.
+    std::map<std::string, PkeyPtr> unsealedEncryptionKeys;
 
     void forgetLogin();
 };

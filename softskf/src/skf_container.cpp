@@ -162,7 +162,7 @@ ULONG DEVAPI SKF_ImportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, BYTE *pb
             return Status::failure(SAR_NOTSUPPORTYETERR,
                                    "container " + container->name
                                        + " is not an SM2 container; RSA-wrapped keys are not supported");
-        const auto *application =
+        auto *application =
             registry().find<ApplicationSession>(Registry::handleOf(container->application));
         if (!application)
             return invalidHandle("application");
@@ -174,13 +174,18 @@ ULONG DEVAPI SKF_ImportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, BYTE *pb
         status = cipher_blob::toSm2Der(pbWrapedData, ulWrapedLen, &der);
         if (!status.ok())
             return status;
-        PkeyPtr key;
-        status = loadPrivateKey(container->dir, container->type, KeyUsage::Encryption,
-                                application->sealingKey, &key);
-        if (!status.ok())
-            return status;
+        // The key is unsealed once per login and kept with it.
+        auto unsealed = application->unsealedEncryptionKeys.find(container->dir);
+        if (unsealed == application->unsealedEncryptionKeys.end()) {
+            PkeyPtr key;
+            status = loadPrivateKey(container->dir, container->type, KeyUsage::Encryption,
+                                    application->sealingKey, &key);
+            if (!status.ok())
+                return status;
+            unsealed = application->unsealedEncryptionKeys.emplace(container->dir, std::move(key)).first;
+        }
         SecretBytes plain;
-        status = sm2Decrypt(key.get(), der, &plain);
+        status = sm2Decrypt(unsealed->second.get(), der, &plain);
         if (!status.ok())
             return status;
         if (plain.size() != kSm4KeyLength)

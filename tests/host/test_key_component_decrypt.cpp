@@ -230,3 +230,43 @@ TEST_F(SessionKeyTest, sessionKeyNeedsTheVerifiedPin)
         QStringLiteral("SKF_ImportSessionKey failed: 0x0A00002D SAR_USER_NOT_LOGGED_IN")))
         << logText().toStdString();
 }
+
+TEST_F(SessionKeyTest, openingAnOpenContainerAgainAnswersItsHandle)
+{
+    EXPECT_EQ(key->openContainer(QLatin1String(kContainer)), container);
+    key->closeContainer(container);
+    const qulonglong reopened = key->openContainer(QLatin1String(kContainer));
+    EXPECT_NE(reopened, 0u);
+    EXPECT_EQ(key->getContainerType(reopened), 2);
+}
+
+TEST_F(SessionKeyTest, onlyTheNewestSessionKeysStayOpen)
+{
+    QList<qulonglong> handles;
+    for (int i = 0; i <= KeyObject::kSessionKeysKept; ++i) {
+        handles.append(key->importSessionKey(container, kSm4Ecb, wrapped, 180));
+        ASSERT_NE(handles.last(), 0u) << logText().toStdString();
+    }
+    // The first was closed when one more than the kept number came in.
+    EXPECT_FALSE(key->decryptInit(handles.first(), blockCipherRecord(QByteArray(), 0, 1, 0)));
+    for (int i = 1; i < handles.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_TRUE(key->decryptInit(handles.at(i), blockCipherRecord(QByteArray(), 0, 1, 0)));
+    }
+    const QByteArray ciphertext = sm4EcbEncrypt(sessionKey, QByteArrayLiteral("still usable"));
+    EXPECT_EQ(key->decrypt(handles.last(), ciphertext, qulonglong(ciphertext.size())),
+              QByteArrayLiteral("still usable"));
+}
+
+TEST_F(SessionKeyTest, keyStaysUsableForLaterImportsAndGoesWithTheLogin)
+{
+    for (int i = 0; i < 3; ++i)
+        EXPECT_NE(key->importSessionKey(container, kSm4Ecb, wrapped, 180), 0u) << i;
+    key->close();
+    key = openFirst();
+    ASSERT_NE(key, nullptr);
+    container = key->openContainer(QLatin1String(kContainer));
+    EXPECT_EQ(key->importSessionKey(container, kSm4Ecb, wrapped, 180), 0u); // logged out
+    ASSERT_TRUE(key->verifyPin(QLatin1String(kUserPin), false));
+    EXPECT_NE(key->importSessionKey(container, kSm4Ecb, wrapped, 180), 0u);
+}
