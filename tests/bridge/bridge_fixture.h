@@ -1,0 +1,39 @@
+#pragma once
+
+#include "fake_scriptable.h"
+
+#include "bridge/bridge_options.h"
+#include "bridge/web_bridge.h"
+#include "core/host_log.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+// A bridge on a free port in front of a FakeScriptable, serving the real web/ folder, with its
+// log at debug level in a file of its own.
+class BridgeTest : public ::testing::Test
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Starts the bridge with `options` (webRoot is filled in).
+    void startBridge(zthost::bridge::BridgeOptions options = zthost::bridge::BridgeOptions());
+
+    QString origin() const { return bridge->origin(); }
+    QUrl webSocketUrl() const { return bridge->webSocketUrl(); }
+    // The WebSocket address with `token` in place of the right one (empty: none at all).
+    QUrl webSocketUrlWithToken(const QString &token) const;
+    QString logText() const;
+
+    FakeScriptable fake;
+    int callsReturned = 0;
+    std::unique_ptr<zthost::bridge::WebBridge> bridge;
+
+private:
+    QTemporaryDir m_dir;
+    zthost::HostLog m_log;
+};

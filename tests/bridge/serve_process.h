@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QUrl>
+
+#include <memory>
+
+// `zthost serve` as a user runs it, over a software key device in a private root, with the
+// host log, the core log and Qt's debug channel on, so that tests can read every log.
+class ServeProcess
+{
+public:
+    static constexpr const char *kDevice = "bridge-device";
+
+    ServeProcess();
+    ~ServeProcess();
+
+    bool isValid() const { return m_dir.isValid(); }
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+
+    // Runs `zthost ARGUMENTS --root ROOT` to its end; false with the output in `failure`.
+    bool runTool(const QStringList &arguments, QByteArray *output, QString *failure);
+
+    // Starts `zthost serve` with `extra` arguments and reads the address it prints.
+    bool start(const QStringList &extra, QString *failure);
+    QUrl pageUrl() const { return m_pageUrl; }
+    QUrl webSocketUrl() const;
+    QString origin() const;
+    QProcess &process() { return *m_process; }
+
+    // Sends `signalNumber` and waits for the process to end; false when it does not in time.
+    bool stop(int signalNumber);
+    QByteArray standardOutput() const { return m_stdout; }
+    QByteArray standardError() const { return m_stderr; }
+
+    // Everything every log received: host log, core log, crypto log (what this run appended).
+    QByteArray allLogs() const;
+
+private:
+    QProcessEnvironment environment() const;
+
+    QTemporaryDir m_dir;
+    std::unique_ptr<QProcess> m_process;
+    QUrl m_pageUrl;
+    QByteArray m_stdout;
+    QByteArray m_stderr;
+    bool m_createdCryptoLog = false;
+    qint64 m_cryptoLogStart = 0;
+};

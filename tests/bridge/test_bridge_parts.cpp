@@ -1,0 +1,262 @@
+// The bridge's parts on their own: the access token, the origin allow-list, the request head
+// parser and the message gate.
+
+#include "bridge/access_token.h"
+#include "bridge/http_request_head.h"
+#include "bridge/message_gate.h"
+#include "bridge/origin_allow_list.h"
+#include "bridge/scriptable_facade.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+using namespace zthost::bridge;
+
+TEST(AccessToken, isLongUrlSafeAndFreshEachTime)
+{
+    const AccessToken first = AccessToken::generate();
+    const AccessToken second = AccessToken::generate();
+    // 256 bits in unpadded Base64url.
+    EXPECT_EQ(first.text().size(), 43);
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^[A-Za-z0-9_-]+$")).match(first.text()).hasMatch());
+    EXPECT_NE(first.text(), second.text());
+}
+
+TEST(AccessToken, matchesOnlyItself)
+{
+    const AccessToken token = AccessToken::fromText(QStringLiteral("abcDEF123_-"));
+    EXPECT_TRUE(token.matches(QStringLiteral("abcDEF123_-")));
+    const struct
+    {
+        const char *candidate;
+        const char *why;
+    } refused[] = {
+        {"", "no token at all"},
+        {"abcDEF123_", "a prefix"},
+        {"abcDEF123_-x", "one character more"},
+        {"abcdef123_-", "another case"},
+        {"abcDEF123_+", "last character changed"},
+    };
+    for (const auto &row : refused) {
+        SCOPED_TRACE(row.why);
+        EXPECT_FALSE(token.matches(QString::fromLatin1(row.candidate)));
+    }
+    EXPECT_FALSE(AccessToken::fromText(QString()).matches(QString()));
+}
+
+TEST(OriginAllowList, normalisesOrigins)
+{
+    const struct
+    {
+        const char *origin;
+        const char *normalised;
+        const char *why;
+    } rows[] = {
+        {"http://127.0.0.1:8080", "http://127.0.0.1:8080", "as browsers send it"},
+        {"HTTP://LocalHost:8080", "http://localhost:8080", "scheme and host in lower case"},
+        {"http://127.0.0.1:80", "http://127.0.0.1", "the default port dropped"},
+        {"https://example.test:443", "https://example.test", "the default port of https dropped"},
+        {"http://127.0.0.1:8080/", "http://127.0.0.1:8080", "a bare slash is no path"},
+        {"null", "", "sandboxed and file: pages send null"},
+        {"", "", "empty"},
+        {"file:///tmp/page.html", "", "not an http origin"},
+        {"http://127.0.0.1:8080/page", "", "a path is not an origin"},
+        {"http://user@127.0.0.1:8080", "", "user info is not an origin"},
+        {"ws://127.0.0.1:8080", "", "a WebSocket address is not a page's origin"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(OriginAllowList::normalise(QString::fromLatin1(row.origin)),
+                  QString::fromLatin1(row.normalised));
+    }
+}
+
+TEST(OriginAllowList, allowsOnlyWhatWasAdded)
+{
+    OriginAllowList list;
+    ASSERT_TRUE(list.add(QStringLiteral("http://127.0.0.1:4000")));
+    QString error;
+    EXPECT_FALSE(list.add(QStringLiteral("null"), &error));
+    EXPECT_FALSE(error.isEmpty());
+    EXPECT_TRUE(list.allows(QStringLiteral("http://127.0.0.1:4000")));
+    EXPECT_FALSE(list.allows(QStringLiteral("http://127.0.0.1:4001")));
+    EXPECT_FALSE(list.allows(QStringLiteral("http://localhost:4000")));
+    EXPECT_FALSE(list.allows(QStringLiteral("https://127.0.0.1:4000")));
+    EXPECT_FALSE(list.allows(QStringLiteral("null")));
+    EXPECT_FALSE(list.allows(QString()));
+}
+
+TEST(HttpRequestHead, readsAWebSocketUpgrade)
+{
+    HttpRequestHead head;
+    ASSERT_EQ(HttpRequestHead::parse("GET /bridge?token=a%2Bb HTTP/1.1\r\n"
+                                     "Host: 127.0.0.1:5000\r\n"
+                                     "Upgrade: WebSocket\r\n"
+                                     "Connection: keep-alive, Upgrade\r\n\r\n",
+                                     &head),
+              HttpRequestHead::Parse::Complete);
+    EXPECT_EQ(head.method, "GET");
+    EXPECT_EQ(head.path, QStringLiteral("/bridge"));
+    EXPECT_EQ(head.query.queryItemValue(QStringLiteral("token"), QUrl::FullyDecoded),
+              QStringLiteral("a+b"));
+    EXPECT_EQ(head.header("host"), "127.0.0.1:5000");
+    EXPECT_TRUE(head.isWebSocketUpgrade());
+}
+
+TEST(HttpRequestHead, refusesWhatIsNotARequestHead)
+{
+    const struct
+    {
+        QByteArray bytes;
+        HttpRequestHead::Parse expected;
+        const char *why;
+    } rows[] = {
+        {"GET / HTTP/1.1\r\nHost: x\r\n", HttpRequestHead::Parse::Incomplete, "no blank line yet"},
+        {"GET / HTTP/1.1\r\n" + QByteArray(9000, 'a'), HttpRequestHead::Parse::TooLarge,
+         "more than 8 KiB without an end"},
+        {"GET / HTTP/1.1\r\nX: " + QByteArray(9000, 'a') + "\r\n\r\n",
+         HttpRequestHead::Parse::TooLarge, "a whole head over 8 KiB"},
+        {"GET http://evil.test/ HTTP/1.1\r\n\r\n", HttpRequestHead::Parse::Malformed,
+         "an absolute target"},
+        {"GET / SPDY/3\r\n\r\n", HttpRequestHead::Parse::Malformed, "not HTTP/1.x"},
+        {"GET  / HTTP/1.1\r\n\r\n", HttpRequestHead::Parse::Malformed, "an empty field"},
+        {"GET / HTTP/1.1\r\nno colon here\r\n\r\n", HttpRequestHead::Parse::Malformed,
+         "a header line without a colon"},
+        {"GET / HTTP/1.1\r\n: value\r\n\r\n", HttpRequestHead::Parse::Malformed,
+         "a header without a name"},
+        {QByteArray("GET /a\0b HTTP/1.1\r\n\r\n", 22), HttpRequestHead::Parse::Malformed,
+         "a NUL in the target"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        HttpRequestHead head;
+        EXPECT_EQ(HttpRequestHead::parse(row.bytes, &head), row.expected);
+    }
+}
+
+namespace {
+
+MessageGate facadeGate(int maxArgumentChars = 16)
+{
+    return MessageGate(&ScriptableFacade::staticMetaObject, QStringLiteral("ZtCryptographic"),
+                       ScriptableFacade::methodNames(), maxArgumentChars);
+}
+
+QJsonObject invoke(const QJsonValue &method, const QJsonArray &args,
+                   const QString &object = QStringLiteral("ZtCryptographic"))
+{
+    return {{"type", 6}, {"object", object}, {"method", method}, {"args", args}, {"id", 7}};
+}
+
+int indexOf(const char *signature)
+{
+    return ScriptableFacade::staticMetaObject.indexOfMethod(signature);
+}
+
+} // namespace
+
+TEST(MessageGate, forwardsTheChannelHandshakeAndWellFormedCalls)
+{
+    const MessageGate gate = facadeGate();
+    const struct
+    {
+        QJsonObject message;
+        const char *why;
+    } rows[] = {
+        {{{"type", 3}, {"id", 0}}, "init"},
+        {{{"type", 4}}, "idle"},
+        {invoke("WebOpenKey", {}), "by name"},
+        {invoke(indexOf("WebOpenKey()"), {}), "by index"},
+        {invoke("WebVerifyPin", {"1234"}), "a string argument"},
+        {invoke("WebZtDecode", {"", 1025}), "an empty string and a number"},
+        {invoke("WebZtDecode", {"abc", 9007199254740992.0}), "2^53, the largest exact number"},
+        {invoke("WebZtEncode", {"abc", "def", 0}), "three arguments"},
+        {invoke("WebGetCertData", {QString(16, 'x')}), "a string at the limit"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(gate.judge(row.message).kind, MessageGate::Verdict::Kind::Forward);
+    }
+}
+
+TEST(MessageGate, dropsWhatPagesMayNotSend)
+{
+    const MessageGate gate = facadeGate();
+    const struct
+    {
+        QJsonObject message;
+        const char *why;
+    } rows[] = {
+        {{}, "no type"},
+        {{{"type", "6"}}, "a type that is not a number"},
+        {{{"type", 5}, {"data", "secret"}}, "debug, which Qt prints"},
+        {{{"type", 9}, {"object", "ZtCryptographic"}, {"property", 0}, {"value", "renamed"}},
+         "setting objectName"},
+        {{{"type", 7}, {"object", "ZtCryptographic"}, {"signal", indexOf("destroyed()")}},
+         "connecting to a signal"},
+        {{{"type", 8}, {"object", "ZtCryptographic"}, {"signal", indexOf("destroyed()")}},
+         "disconnecting from a signal"},
+        {{{"type", 10}, {"id", 1}, {"data", true}}, "a response"},
+        {invoke("deleteLater", {}), "deleteLater by name"},
+        {invoke(indexOf("deleteLater()"), {}), "deleteLater by index"},
+        {invoke(indexOf("destroyed()"), {}), "a signal by index"},
+        {invoke("objectNameChanged", {"x"}), "a signal by name"},
+        {invoke("WebOpenKey()", {}), "a signature where a name belongs"},
+        {invoke(-1, {}), "a negative index"},
+        {invoke(1.5, {}), "a fractional index"},
+        {invoke(1e12, {}), "an index past any method"},
+        {invoke(QJsonValue(), {}), "no method"},
+        {invoke("WebOpenKey", {}, QStringLiteral("transport")), "another object"},
+        {invoke("WebOpenKey", {}, QString()), "no object"},
+        {{{"type", 6}, {"object", "ZtCryptographic"}, {"method", "WebOpenKey"}, {"args", QJsonArray()}},
+         "a call without an id"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        const MessageGate::Verdict verdict = gate.judge(row.message);
+        EXPECT_EQ(verdict.kind, MessageGate::Verdict::Kind::Drop);
+        EXPECT_FALSE(verdict.reason.isEmpty());
+    }
+}
+
+TEST(MessageGate, answersBadArgumentsWithTheMethodsFailureValue)
+{
+    const MessageGate gate = facadeGate();
+    const QString pin = QStringLiteral("pin-9731");
+    const struct
+    {
+        QJsonObject message;
+        QJsonValue failure;
+        const char *why;
+    } rows[] = {
+        {invoke("WebVerifyPin", {1234}), false, "a number for a PIN"},
+        {invoke("WebVerifyPin", {QJsonObject{{"pin", pin}}}), false, "an object for a PIN"},
+        {invoke("WebVerifyPin", {QJsonValue(QJsonArray{pin})}), false, "an array for a PIN"},
+        {invoke("WebVerifyPin", {QJsonValue()}), false, "null for a PIN"},
+        {invoke("WebVerifyPin", {}), false, "no PIN"},
+        {invoke("WebVerifyPin", {pin, pin}), false, "one argument too many"},
+        {invoke("WebOpenKey", {pin}), false, "an argument where none is taken"},
+        {invoke("WebGetCertData", {QString(17, 'x')}), "false", "a string over the limit"},
+        {invoke("WebZtDecode", {"abc", "0x401"}), "false", "a string for the algorithm"},
+        {invoke("WebZtDecode", {"abc", -1}), "false", "a negative algorithm"},
+        {invoke("WebZtDecode", {"abc", 1.5}), "false", "a fractional algorithm"},
+        {invoke("WebZtDecode", {"abc", 1e300}), "false", "an algorithm past 2^53"},
+        {invoke("WebZtDecode", {true, 1025}), "false", "a bool for the envelope"},
+        {invoke("WebZtEncode", {"a", "b"}), "false", "a missing algorithm"},
+        {{{"type", 6}, {"object", "ZtCryptographic"}, {"method", "WebOpenKey"}, {"id", 7}},
+         false, "no argument array"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        const MessageGate::Verdict verdict = gate.judge(row.message);
+        ASSERT_EQ(verdict.kind, MessageGate::Verdict::Kind::Answer);
+        EXPECT_EQ(verdict.answer.value(QLatin1String("type")).toInt(), MessageGate::Response);
+        EXPECT_EQ(verdict.answer.value(QLatin1String("id")).toInt(), 7);
+        EXPECT_EQ(verdict.answer.value(QLatin1String("data")), row.failure);
+        // The reason goes to the log: it never quotes an argument.
+        EXPECT_FALSE(verdict.reason.contains(pin)) << qPrintable(verdict.reason);
+    }
+}
