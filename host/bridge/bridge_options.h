@@ -19,7 +19,7 @@ struct BridgeOptions
     // A WebSocket message (or frame) larger than this closes its connection. An envelope of
     // a few dozen MiB in Base64 still fits the default.
     qint64 maxMessageBytes = qint64(64) * 1024 * 1024;
-    // The folder of the page's files (index.html, bridge.js, style.css).
+    // The folder of the page's files (index.html, page.js, style.css, favicon.svg).
     QString webRoot;
 };
 

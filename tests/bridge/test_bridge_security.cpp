@@ -34,6 +34,7 @@ TEST_F(BridgeTest, servesThePageWithStrictHeaders)
         {"/page.js", "text/javascript; charset=utf-8"},
         {"/style.css", "text/css; charset=utf-8"},
         {"/qwebchannel.js", "text/javascript; charset=utf-8"},
+        {"/favicon.svg", "image/svg+xml"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.target);
