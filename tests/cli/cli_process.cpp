@@ -1,7 +1,5 @@
 #include "cli_process.h"
 
-#include <softskf/provision.h>
-
 #include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -13,7 +11,6 @@ constexpr int kProcessTimeoutMs = 30000;
 
 void CliTest::SetUp()
 {
-    ASSERT_TRUE(m_root.isValid());
     ASSERT_TRUE(m_temp.isValid());
     ASSERT_TRUE(m_work.isValid());
 }
@@ -50,25 +47,12 @@ CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> 
 
 void CliTest::provision(const QString &device, unsigned maxRetries)
 {
-    softskf::DeviceOptions options;
-    options.name = device.toStdString();
-    options.userPin = kUserPin;
-    options.adminPin = kAdminPin;
-    options.maxRetries = maxRetries;
-    options.containerName = kContainer;
-    options.pbkdf2Iterations = 1;
-    std::string error;
-    ASSERT_TRUE(softskf::createDevice(m_root.path().toStdString(), options, &error)) << error;
+    m_root.provision({device, kUserPin, kAdminPin, maxRetries, QString()});
 }
 
 QByteArray CliTest::storedCertificate(const QString &device) const
 {
-    std::vector<unsigned char> der;
-    std::string error;
-    EXPECT_TRUE(softskf::getEncryptionCertificate(m_root.path().toStdString(),
-                                                  device.toStdString(), kContainer, &der, &error))
-        << error;
-    return QByteArray(reinterpret_cast<const char *>(der.data()), int(der.size()));
+    return m_root.certificate(device);
 }
 
 void CliTest::writeWorkFile(const QString &name, const QByteArray &bytes) const

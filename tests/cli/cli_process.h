@@ -1,5 +1,7 @@
 #pragma once
 
+#include "soft_key_root.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QString>
@@ -47,7 +49,7 @@ protected:
     QByteArray readWorkFile(const QString &name) const;
 
 private:
-    QTemporaryDir m_root;
+    SoftKeyRoot m_root;
     QTemporaryDir m_temp;
     QTemporaryDir m_work;
 };

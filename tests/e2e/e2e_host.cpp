@@ -4,8 +4,6 @@
 
 #include "core/standard_components.h"
 
-#include <softskf/provision.h>
-
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -36,11 +34,7 @@ private:
 
 void EndToEnd::SetUp()
 {
-    ASSERT_TRUE(m_root.isValid());
     ASSERT_TRUE(m_hostLogDir.isValid());
-    m_hadRoot = qEnvironmentVariableIsSet("SOFTSKF_ROOT");
-    m_savedRoot = qgetenv("SOFTSKF_ROOT");
-    qputenv("SOFTSKF_ROOT", QFile::encodeName(m_root.path()));
 }
 
 void EndToEnd::TearDown()
@@ -50,39 +44,22 @@ void EndToEnd::TearDown()
         m_plugin->shutdown();
     m_core.reset();
     m_plugin.reset();
-    if (m_hadRoot)
-        qputenv("SOFTSKF_ROOT", m_savedRoot);
-    else
-        qunsetenv("SOFTSKF_ROOT");
 }
 
 void EndToEnd::provision(const QString &device, unsigned maxRetries)
 {
-    softskf::DeviceOptions options;
-    options.name = device.toStdString();
-    options.userPin = kUserPin;
-    options.adminPin = kAdminPin;
-    options.maxRetries = maxRetries;
-    options.containerName = kContainer;
-    options.commonName = "End To End " + device.toStdString();
-    options.pbkdf2Iterations = 1;
-    std::string error;
-    ASSERT_TRUE(softskf::createDevice(m_root.path().toStdString(), options, &error)) << error;
+    m_root.provision({device, kUserPin, kAdminPin, maxRetries,
+                      QStringLiteral("End To End ") + device});
 }
 
 void EndToEnd::unplug(const QString &device)
 {
-    ASSERT_TRUE(QDir(m_root.filePath(device)).removeRecursively());
+    m_root.unplug(device);
 }
 
 QByteArray EndToEnd::storedCertificate(const QString &device) const
 {
-    std::vector<unsigned char> der;
-    std::string error;
-    EXPECT_TRUE(softskf::getEncryptionCertificate(m_root.path().toStdString(), device.toStdString(),
-                                                  kContainer, &der, &error))
-        << error;
-    return QByteArray(reinterpret_cast<const char *>(der.data()), int(der.size()));
+    return m_root.certificate(device);
 }
 
 void EndToEnd::startHost()

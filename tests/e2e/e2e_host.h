@@ -3,6 +3,7 @@
 #include "core/host_core.h"
 #include "core/plugin_loader.h"
 #include "log_sandbox.h"
+#include "soft_key_root.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -54,10 +55,8 @@ protected:
 
 private:
     LogSandbox m_logs{LogSandbox::CoreLog::Off};
-    QTemporaryDir m_root;
+    SoftKeyRoot m_root;
     QTemporaryDir m_hostLogDir;
-    QByteArray m_savedRoot;
-    bool m_hadRoot = false;
     std::unique_ptr<zthost::HostCore> m_core;
     std::unique_ptr<zthost::PluginLoader> m_plugin;
 };

@@ -11,6 +11,7 @@
 #include "log_sandbox.h"
 #include "openssl_envelope.h"
 #include "qt_printers.h"
+#include "soft_key_root.h"
 #include "test_data.h"
 #include "zt_cryptographic.h"
 #include "zt_envelope_data.h"
@@ -18,14 +19,11 @@
 #include "core/host_core.h"
 #include "core/standard_components.h"
 
-#include <softskf/provision.h>
-
 #include <QCoreApplication>
 #include <QFile>
 #include <QHash>
 #include <QLoggingCategory>
 #include <QSet>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -131,28 +129,13 @@ class FaultInjection : public ::testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        s_root = std::make_unique<QTemporaryDir>();
-        qputenv("SOFTSKF_ROOT", QFile::encodeName(s_root->path()));
-        softskf::DeviceOptions options;
-        options.name = kDevice;
-        options.userPin = kUserPin;
-        options.adminPin = "fault-admin-5678";
-        options.maxRetries = 255;
-        options.pbkdf2Iterations = 1;
-        std::string error;
-        ASSERT_TRUE(softskf::createDevice(s_root->path().toStdString(), options, &error)) << error;
-        std::vector<unsigned char> der;
-        ASSERT_TRUE(softskf::getEncryptionCertificate(s_root->path().toStdString(), kDevice,
-                                                      options.containerName, &der, &error));
-        s_certificate = QByteArray(reinterpret_cast<const char *>(der.data()), int(der.size()));
+        s_root = std::make_unique<SoftKeyRoot>();
+        s_root->provision({QLatin1String(kDevice), kUserPin, "fault-admin-5678", 255, QString()});
+        s_certificate = s_root->certificate(QLatin1String(kDevice));
         s_envelope = makeEnvelopeWithOpenSsl(s_certificate, kContent);
         ASSERT_FALSE(s_envelope.isEmpty());
     }
-    static void TearDownTestSuite()
-    {
-        s_root.reset();
-        qunsetenv("SOFTSKF_ROOT");
-    }
+    static void TearDownTestSuite() { s_root.reset(); }
 
     // Runs `op` once with faults off to count its host calls, then once for every k and way.
     // Answers the number of faulted runs.
@@ -221,12 +204,12 @@ protected:
         ASSERT_TRUE(host.crypto->WebVerifyPin(QLatin1String(kUserPin)));
     }
 
-    static std::unique_ptr<QTemporaryDir> s_root;
+    static std::unique_ptr<SoftKeyRoot> s_root;
     static QByteArray s_certificate;
     static QByteArray s_envelope;
 };
 
-std::unique_ptr<QTemporaryDir> FaultInjection::s_root;
+std::unique_ptr<SoftKeyRoot> FaultInjection::s_root;
 QByteArray FaultInjection::s_certificate;
 QByteArray FaultInjection::s_envelope;
 

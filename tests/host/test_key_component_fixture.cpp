@@ -1,7 +1,5 @@
 #include "test_key_component_fixture.h"
 
-#include <softskf/provision.h>
-
 #include <QDir>
 #include <QFile>
 
@@ -11,11 +9,7 @@ using namespace zthost;
 
 void KeyComponentTest::SetUp()
 {
-    ASSERT_TRUE(m_root.isValid());
     ASSERT_TRUE(m_logDir.isValid());
-    m_hadRoot = qEnvironmentVariableIsSet("SOFTSKF_ROOT");
-    m_savedRoot = qgetenv("SOFTSKF_ROOT");
-    qputenv("SOFTSKF_ROOT", QFile::encodeName(m_root.path()));
     m_logPath = m_logDir.filePath(QStringLiteral("host.log"));
     QString error;
     ASSERT_TRUE(log.setFile(m_logPath, &error)) << error.toStdString();
@@ -25,29 +19,17 @@ void KeyComponentTest::SetUp()
 void KeyComponentTest::TearDown()
 {
     m_component.reset();
-    if (m_hadRoot)
-        qputenv("SOFTSKF_ROOT", m_savedRoot);
-    else
-        qunsetenv("SOFTSKF_ROOT");
 }
 
 void KeyComponentTest::provision(const QString &name, unsigned maxRetries)
 {
-    softskf::DeviceOptions options;
-    options.name = name.toStdString();
-    options.userPin = kUserPin;
-    options.adminPin = kAdminPin;
-    options.maxRetries = maxRetries;
-    options.containerName = kContainer;
-    options.commonName = "Key Component Test " + name.toStdString();
-    options.pbkdf2Iterations = 1; // the PIN checks are not what these tests measure
-    std::string error;
-    ASSERT_TRUE(softskf::createDevice(m_root.path().toStdString(), options, &error)) << error;
+    m_root.provision({name, kUserPin, kAdminPin, maxRetries,
+                      QStringLiteral("Key Component Test ") + name});
 }
 
 void KeyComponentTest::unplug(const QString &name)
 {
-    ASSERT_TRUE(QDir(m_root.filePath(name)).removeRecursively());
+    m_root.unplug(name);
 }
 
 KeyComponent &KeyComponentTest::component()
@@ -72,12 +54,5 @@ QString KeyComponentTest::logText() const
 
 QByteArray KeyComponentTest::storedCertificate(const QString &device, bool signing) const
 {
-    std::vector<unsigned char> der;
-    std::string error;
-    const bool found = softskf::getCertificate(
-        m_root.path().toStdString(), device.toStdString(), kContainer,
-        signing ? softskf::CertificateUsage::Signing : softskf::CertificateUsage::Encryption, &der,
-        &error);
-    EXPECT_TRUE(found) << error;
-    return QByteArray(reinterpret_cast<const char *>(der.data()), int(der.size()));
+    return m_root.certificate(device, signing);
 }

@@ -3,6 +3,7 @@
 #include "core/host_log.h"
 #include "key/key_component.h"
 #include "key/key_object.h"
+#include "soft_key_root.h"
 
 #include <QByteArray>
 #include <QString>
@@ -12,8 +13,7 @@
 
 #include <memory>
 
-// Each test gets a fresh software-device root (SOFTSKF_ROOT points at it for the test's life and
-// is restored after), a host log in a private file at debug level, and a key component over the
+// Each test gets a fresh software-device root (SoftKeyRoot), a host log in a private file at debug level, and a key component over the
 // software driver of this build tree.
 class KeyComponentTest : public ::testing::Test
 {
@@ -43,10 +43,8 @@ protected:
     zthost::HostLog log;
 
 private:
-    QTemporaryDir m_root;
+    SoftKeyRoot m_root;
     QTemporaryDir m_logDir;
     QString m_logPath;
-    QByteArray m_savedRoot;
-    bool m_hadRoot = false;
     std::unique_ptr<zthost::KeyComponent> m_component;
 };
