@@ -10,13 +10,12 @@
 //   flags 1 | algorithm 4 (unless kStandardAlgorithm) | blob: length 2 + bytes, or flip 2 |
 //   record 44 | output size 2 | data (the rest)
 #include "fuzz_environment.h"
+#include "fuzz_soft_key.h"
 #include "openssl_envelope.h"
 
 #include "skf.h"
-#include "softskf/provision.h"
 
 #include <QByteArray>
-#include <QDir>
 
 #include <openssl/x509.h>
 
@@ -144,23 +143,9 @@ void decryptOnce(HANDLE key, unsigned flags, unsigned outputSize, std::vector<un
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
     const QString temp = ztfuzz::prepareProcess(argc, argv);
-    const std::string root = QDir(temp).filePath(QStringLiteral("softskf")).toStdString();
-    ::setenv("SOFTSKF_ROOT", root.c_str(), 1);
-
-    softskf::DeviceOptions options;
-    options.name = kDevice;
-    options.userPin = kUserPin;
-    options.adminPin = kAdminPin;
-    options.maxRetries = 255;
-    options.pbkdf2Iterations = 1;
-    std::string error;
-    if (!softskf::createDevice(root, options, &error))
-        die(error.c_str());
-    std::vector<unsigned char> certificate;
-    if (!softskf::getEncryptionCertificate(root, kDevice, kContainer, &certificate, &error))
-        die(error.c_str());
-    g_device.wrappedKey = wrapSessionKey(
-        QByteArray(reinterpret_cast<const char *>(certificate.data()), int(certificate.size())));
+    const QByteArray certificate =
+        ztfuzz::provisionSoftKey(temp, {kDevice, kUserPin, kAdminPin, kContainer, 255});
+    g_device.wrappedKey = wrapSessionKey(certificate);
 
     std::string device = kDevice, application = kApplication, container = kContainer,
                 pin = kUserPin;

@@ -11,6 +11,7 @@
 // they are written into the first corpus folder on the command line (libFuzzer's output corpus)
 // as "fresh-envelope-*", before libFuzzer reads it.
 #include "fuzz_environment.h"
+#include "fuzz_soft_key.h"
 #include "kept_object_reclaimer.h"
 #include "openssl_envelope.h"
 
@@ -18,7 +19,6 @@
 #include "core/plugin_loader.h"
 #include "core/standard_components.h"
 
-#include "softskf/provision.h"
 
 #include <QByteArray>
 #include <QDir>
@@ -94,22 +94,8 @@ void writeFreshSeeds(const QString &folder, const QByteArray &certificate)
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
     const QString temp = ztfuzz::prepareProcess(argc, argv);
-    const std::string root = QDir(temp).filePath(QStringLiteral("softskf")).toStdString();
-    ::setenv("SOFTSKF_ROOT", root.c_str(), 1);
-
-    softskf::DeviceOptions options;
-    options.name = kDevice;
-    options.userPin = kUserPin;
-    options.adminPin = kAdminPin;
-    options.containerName = kContainer;
-    options.pbkdf2Iterations = 1;
-    std::string error;
-    if (!softskf::createDevice(root, options, &error))
-        die(QString::fromStdString(error));
-    std::vector<unsigned char> der;
-    if (!softskf::getEncryptionCertificate(root, kDevice, kContainer, &der, &error))
-        die(QString::fromStdString(error));
-    const QByteArray certificate(reinterpret_cast<const char *>(der.data()), int(der.size()));
+    const QByteArray certificate =
+        ztfuzz::provisionSoftKey(temp, {kDevice, kUserPin, kAdminPin, kContainer, 6});
 
     g_host = new Host;
     g_host->core = std::make_unique<zthost::HostCore>();
