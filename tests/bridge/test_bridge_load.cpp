@@ -16,7 +16,6 @@
 #include <QHash>
 #include <QJsonDocument>
 #include <QSet>
-#include <QVector>
 
 #include <gtest/gtest.h>
 
@@ -304,9 +303,10 @@ protected:
         // their own and returned when freed, so VmRSS follows what the server holds. The
         // server inherits it from here; this process's allocator is set up already.
         qputenv("MALLOC_MMAP_THRESHOLD_", QByteArray::number(kMmapThresholdBytes));
-        const bool started = serve.start({QStringLiteral("--max-clients"), QString::number(kMaxClients),
-                                 QStringLiteral("--max-message"), QString::number(kMaxMessageBytes)},
-                                &failure);
+        const bool started =
+            serve.start({QStringLiteral("--max-clients"), QString::number(kMaxClients),
+                         QStringLiteral("--max-message"), QString::number(kMaxMessageBytes)},
+                        &failure);
         qunsetenv("MALLOC_MMAP_THRESHOLD_");
         ASSERT_TRUE(started) << qPrintable(failure);
     }
@@ -579,7 +579,6 @@ protected:
         EXPECT_EQ(answered(), totalAnswers);
         EXPECT_EQ(counts->calls, kClients * callsPerPage);
         EXPECT_EQ(counts->largeDecodes, kClients * largeAt.size());
-
         EXPECT_EQ(oversizeClosed - oversizeBefore, kOversizeRounds.size());
     }
 
