@@ -6,12 +6,17 @@
 
 namespace softskf::driver {
 
-void ApplicationSession::forgetLogin()
+void ApplicationSession::forgetUserLogin()
 {
     userLoggedIn = false;
-    adminLoggedIn = false;
     sealingKey.clear();
     unsealedEncryptionKeys.clear();
+}
+
+void ApplicationSession::forgetLogin()
+{
+    forgetUserLogin();
+    adminLoggedIn = false;
 }
 
 HANDLE Registry::add(Object object)

@@ -37,6 +37,9 @@ struct ApplicationSession {
     // key for every envelope. Dropped with the login.
     std::map<std::string, PkeyPtr> unsealedEncryptionKeys;
 
+    // Ends the user's login: the flag, the sealing key and every key unsealed with it.
+    void forgetUserLogin();
+    // Ends both logins.
     void forgetLogin();
 };
 

@@ -137,8 +137,7 @@ ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szP
         } else if (counted) {
             // A failed check ends the login it was about, as a card resets its security state.
             if (kind == PinKind::User) {
-                application->userLoggedIn = false;
-                application->sealingKey.clear();
+                application->forgetUserLogin();
             } else {
                 application->adminLoggedIn = false;
             }

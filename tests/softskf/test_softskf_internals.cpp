@@ -33,6 +33,30 @@ TEST_F(SoftSkfInternals, disconnectBringsTheHandleCountBackToZero)
     EXPECT_EQ(softskf::driver::openHandleCount(), 0u);
 }
 
+TEST_F(SoftSkfInternals, keyUnsealedForALoginGoesWhenAWrongPinEndsIt)
+{
+    provision("dev");
+    Session session = open("dev");
+    Bytes blob = wrapForCertificate(encryptionCertificate(root(), "dev"), randomBytes(16));
+    HANDLE key = nullptr;
+    ASSERT_EQ(SKF_ImportSessionKey(session.container, SGD_SM4_ECB, blob.data(),
+                                   static_cast<ULONG>(blob.size()), &key),
+              SAR_OK);
+    using softskf::driver::ApplicationSession;
+    const ApplicationSession *application =
+        softskf::driver::registry().find<ApplicationSession>(session.application);
+    ASSERT_NE(application, nullptr);
+    EXPECT_EQ(application->unsealedEncryptionKeys.size(), 1u);
+
+    char wrongPin[] = "not-the-pin";
+    ULONG retries = 0;
+    ASSERT_EQ(SKF_VerifyPIN(session.application, USER_TYPE, wrongPin, &retries), SAR_PIN_INCORRECT);
+    EXPECT_FALSE(application->userLoggedIn);
+    EXPECT_TRUE(application->sealingKey.empty());
+    EXPECT_TRUE(application->unsealedEncryptionKeys.empty());
+    close(session);
+}
+
 TEST_F(SoftSkfInternals, blobBecomesMinimalDer)
 {
     Bytes blob(164 + 16, 0);
