@@ -23,7 +23,23 @@ HANDLE importKey(HCONTAINER container, const Bytes &blob, ULONG *rv)
 
 } // namespace
 
-class SoftSkfSessionKey : public SoftSkfTest {};
+class SoftSkfSessionKey : public SoftSkfTest
+{
+protected:
+    // `sessionKey` wrapped for device "dev", imported into the session's container and made
+    // ready to decrypt with `padding`; null (and a test failure) when a step is refused.
+    HANDLE readyKey(const Session &session, const Bytes &sessionKey, ULONG padding)
+    {
+        ULONG rv = 0;
+        HANDLE key = importKey(session.container,
+                               wrapForCertificate(encryptionCertificate(root(), "dev"), sessionKey),
+                               &rv);
+        EXPECT_EQ(rv, SAR_OK);
+        if (key)
+            EXPECT_EQ(SKF_DecryptInit(key, paddingParam(padding)), SAR_OK);
+        return key;
+    }
+};
 
 class SoftSkfRoundTrip : public SoftSkfTest, public ::testing::WithParamInterface<std::size_t> {};
 
@@ -57,11 +73,8 @@ TEST_F(SoftSkfSessionKey, unpaddedContentOfWholeBlocksComesBack)
     const Bytes sessionKey = randomBytes(16);
     const Bytes content = randomBytes(64);
     Session session = open("dev");
-    ULONG rv = 0;
-    HANDLE key = importKey(session.container,
-                           wrapForCertificate(encryptionCertificate(root(), "dev"), sessionKey), &rv);
-    ASSERT_EQ(rv, SAR_OK);
-    ASSERT_EQ(SKF_DecryptInit(key, paddingParam(SKF_NO_PADDING)), SAR_OK);
+    HANDLE key = readyKey(session, sessionKey, SKF_NO_PADDING);
+    ASSERT_NE(key, nullptr);
     Bytes plain;
     ASSERT_EQ(decryptAll(key, sm4EcbEncrypt(sessionKey, content, false), &plain), SAR_OK);
     EXPECT_EQ(plain, content);
@@ -74,11 +87,8 @@ TEST_F(SoftSkfSessionKey, sixtyFourMebibytesDecryptInPlace)
     const Bytes sessionKey = randomBytes(16);
     const Bytes content = randomBytes(64u * 1024 * 1024);
     Session session = open("dev");
-    ULONG rv = 0;
-    HANDLE key = importKey(session.container,
-                           wrapForCertificate(encryptionCertificate(root(), "dev"), sessionKey), &rv);
-    ASSERT_EQ(rv, SAR_OK);
-    ASSERT_EQ(SKF_DecryptInit(key, paddingParam(SKF_PKCS7_PADDING)), SAR_OK);
+    HANDLE key = readyKey(session, sessionKey, SKF_PKCS7_PADDING);
+    ASSERT_NE(key, nullptr);
     Bytes buffer = sm4EcbEncrypt(sessionKey, content);
     ULONG length = static_cast<ULONG>(buffer.size());
     const auto start = std::chrono::steady_clock::now();
@@ -99,11 +109,8 @@ TEST_F(SoftSkfSessionKey, sizeQueryAndShortBufferAnswerTheLengths)
     const Bytes sessionKey = randomBytes(16);
     const Bytes content = randomBytes(20);
     Session session = open("dev");
-    ULONG rv = 0;
-    HANDLE key = importKey(session.container,
-                           wrapForCertificate(encryptionCertificate(root(), "dev"), sessionKey), &rv);
-    ASSERT_EQ(rv, SAR_OK);
-    ASSERT_EQ(SKF_DecryptInit(key, paddingParam(SKF_PKCS7_PADDING)), SAR_OK);
+    HANDLE key = readyKey(session, sessionKey, SKF_PKCS7_PADDING);
+    ASSERT_NE(key, nullptr);
     Bytes cipher = sm4EcbEncrypt(sessionKey, content);
     ASSERT_EQ(cipher.size(), 32u);
     ULONG length = 0;
