@@ -51,6 +51,18 @@ bool fullLengthCoordinates(const Sm2CiphertextFields &f)
     return f.x.size() == 32 && f.y.size() == 32;
 }
 
+// The packed key the library reads back from an envelope that carries `cipherDer` as its
+// encrypted key; empty (and a test failure) when the envelope does not load.
+QByteArray packedKeyReadBack(const QByteArray &cipherDer, const QByteArray &sessionKey)
+{
+    EnvelopeParts parts;
+    parts.encryptedKey = cipherDer;
+    parts.encryptedContent = sm4EcbEncrypt(sessionKey, QByteArrayLiteral("x"));
+    ZtEnvelopeData envelope;
+    EXPECT_TRUE(envelope.load(assembleEnvelope(parts)));
+    return envelope.GetEncKeyData();
+}
+
 } // namespace
 
 TEST(EnvelopeInterop, openSslReadsEveryElementOfABuiltEnvelope)
@@ -155,13 +167,7 @@ TEST(EnvelopeInterop, thirtyThreeOctetCoordinateFromOpenSslIsStrippedTo32)
         t.recipient.key.get(),
         [](const Sm2CiphertextFields &f) { return f.x.size() == 33 && f.y.size() == 32; },
         &sessionKey, &cipherDer, &fields));
-    EnvelopeParts parts;
-    parts.encryptedKey = cipherDer;
-    parts.encryptedContent = sm4EcbEncrypt(sessionKey, QByteArrayLiteral("x"));
-    ZtEnvelopeData envelope;
-    ASSERT_TRUE(envelope.load(assembleEnvelope(parts)));
-
-    const QByteArray packed = envelope.GetEncKeyData();
+    const QByteArray packed = packedKeyReadBack(cipherDer, sessionKey);
     ASSERT_EQ(packed.size(), 112);
     EXPECT_EQ(hex(packed.left(32)), hex(fields.x.mid(1)));
     // The packed key is the device's input: OpenSSL decrypts the session key from it.
@@ -179,13 +185,7 @@ TEST(EnvelopeInterop, thirtyOneOctetCoordinateFromOpenSslShiftsThePackedOffsets)
         t.recipient.key.get(),
         [](const Sm2CiphertextFields &f) { return f.x.size() == 31 && f.y.size() >= 32; },
         &sessionKey, &cipherDer, &fields));
-    EnvelopeParts parts;
-    parts.encryptedKey = cipherDer;
-    parts.encryptedContent = sm4EcbEncrypt(sessionKey, QByteArrayLiteral("x"));
-    ZtEnvelopeData envelope;
-    ASSERT_TRUE(envelope.load(assembleEnvelope(parts)));
-
-    const QByteArray packed = envelope.GetEncKeyData();
+    const QByteArray packed = packedKeyReadBack(cipherDer, sessionKey);
     EXPECT_EQ(packed.size(), 111);
     EXPECT_EQ(hex(packed.left(31)), hex(fields.x));
     EXPECT_EQ(hex(packed.mid(31, 32)), hex(fields.y.right(32)));
