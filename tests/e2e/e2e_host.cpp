@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QLoggingCategory>
 #include <QMetaObject>
 
 using namespace zthost;
@@ -17,7 +18,12 @@ namespace {
 class HostApplication : public ::testing::Environment
 {
 public:
-    void SetUp() override { m_app = std::make_unique<QCoreApplication>(m_argc, m_argv); }
+    void SetUp() override
+    {
+        m_app = std::make_unique<QCoreApplication>(m_argc, m_argv);
+        // As a host does: the plug-in dumps whole envelopes to Qt's debug channel.
+        QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
+    }
     void TearDown() override { m_app.reset(); }
 
 private:

@@ -16,6 +16,7 @@ const QByteArray kDataOid = QByteArrayLiteral("\x2A\x81\x1C\xCF\x55\x06\x01\x04\
 const QByteArray kSm2EncryptionOid = QByteArrayLiteral("\x2A\x81\x1C\xCF\x55\x01\x82\x2D\x03");
 const QByteArray kSm4EcbOid = QByteArrayLiteral("\x2A\x81\x1C\xCF\x55\x01\x68\x01");
 constexpr int kSessionKeyLength = 16;
+constexpr int kWholeCoordinateAttempts = 64; // a short one comes once in 128 tries
 constexpr int kNestingLimit = 64;
 
 struct CtxFree
@@ -319,7 +320,18 @@ QByteArray makeEnvelopeWithOpenSsl(const QByteArray &recipientCertDer, const QBy
     if (!recipient || !issuerAndSerialOf(recipientCertDer, &parts.issuerDer, &parts.serialDer))
         return QByteArray();
     const QByteArray key = randomBytes(kSessionKeyLength);
-    parts.encryptedKey = sm2Encrypt(recipient.get(), key);
+    // About one ciphertext in 128 has a coordinate shorter than 32 octets, which the plug-in's
+    // envelope reader appends short (its documented behaviour), so the key could not be
+    // imported. Envelopes for the whole road are made again until both coordinates are whole;
+    // the tests of short coordinates build theirs from sm2Encrypt directly.
+    Sm2CiphertextFields fields;
+    for (int attempt = 0; attempt < kWholeCoordinateAttempts; ++attempt) {
+        parts.encryptedKey = sm2Encrypt(recipient.get(), key);
+        if (splitSm2Ciphertext(parts.encryptedKey, &fields) && fields.x.size() >= 32
+            && fields.y.size() >= 32)
+            break;
+        parts.encryptedKey.clear();
+    }
     parts.encryptedContent = sm4EcbEncrypt(key, content);
     if (parts.encryptedKey.isEmpty() || parts.encryptedContent.isEmpty())
         return QByteArray();

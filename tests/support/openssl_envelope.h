@@ -101,7 +101,8 @@ bool issuerAndSerialOf(const QByteArray &certificateDer, QByteArray *issuerDer,
                        QByteArray *serialDer);
 
 // A complete envelope of `content` for the recipient certificate (DER): a random SM4 key,
-// SM2-encrypted to the certificate's key, the content SM4-ECB encrypted with PKCS#7 padding.
+// SM2-encrypted to the certificate's key with both coordinates of C1 at least 32 octets (the
+// plug-in cannot read a shorter one back), the content SM4-ECB encrypted with PKCS#7 padding.
 // The session key is handed back when asked for. Empty on failure.
 QByteArray makeEnvelopeWithOpenSsl(const QByteArray &recipientCertDer, const QByteArray &content,
                                    QByteArray *sessionKey = nullptr);
