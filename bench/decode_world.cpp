@@ -1,11 +1,9 @@
 #include "decode_world.h"
 
-#include "core/standard_components.h"
-
+#include <plugin_host/session_key_algorithm.h>
 #include <softskf/provision.h>
 
 #include <QFile>
-#include <QMetaObject>
 
 #include <openssl/bio.h>
 #include <openssl/pem.h>
@@ -49,8 +47,7 @@ DecodeWorld::DecodeWorld()
 {
     if (!m_root.isValid())
         benchFatal(QStringLiteral("no temporary folder for the key device"));
-    const std::string root = m_root.path().toStdString();
-    qputenv("SOFTSKF_ROOT", QFile::encodeName(m_root.path()));
+    const std::string root = QFile::encodeName(m_root.path()).toStdString();
 
     // The default PIN hardening, as a real device has it: its cost is paid once, at the PIN.
     softskf::DeviceOptions options;
@@ -76,41 +73,30 @@ DecodeWorld::DecodeWorld()
     if (!m_privateKey)
         benchFatal(QStringLiteral("the device's private key does not read back"));
 
-    m_core = std::make_unique<HostCore>();
-    StandardComponentOptions components;
-    components.skfDriverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
-    registerStandardComponents(*m_core, components);
+    SessionOptions session;
+    session.pluginPath = QStringLiteral(ZT_PLUGIN_PATH);
+    session.skfDriverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
+    session.softKeyRoot = m_root.path();
+    QString startError;
+    m_session = HostSession::start(session, &startError);
+    if (!m_session)
+        benchFatal(startError);
 
-    QString loadError;
-    m_plugin = PluginLoader::load(QStringLiteral(ZT_PLUGIN_PATH), &loadError);
-    if (!m_plugin || !m_plugin->initialize(m_core.get(), &loadError))
-        benchFatal(loadError);
-    m_crypto = m_plugin->createScriptableObject();
-    if (!m_crypto)
-        benchFatal(QStringLiteral("the plug-in made no scriptable object"));
-
-    bool opened = false;
-    QMetaObject::invokeMethod(m_crypto, "WebOpenKey", Qt::DirectConnection,
-                              Q_RETURN_ARG(bool, opened));
-    bool verified = false;
-    QMetaObject::invokeMethod(m_crypto, "WebVerifyPin", Qt::DirectConnection,
-                              Q_RETURN_ARG(bool, verified),
-                              Q_ARG(QString, QString::fromLatin1(kUserPin)));
-    if (!opened || !verified)
+    const Invocation opened = m_session->invoke(QStringLiteral("WebOpenKey"));
+    const Invocation verified =
+        m_session->invoke(QStringLiteral("WebVerifyPin"), {QString::fromLatin1(kUserPin)});
+    if (!opened.value.toBool() || !verified.value.toBool())
         benchFatal(QStringLiteral("the key did not open (%1) or the PIN was refused (%2)")
-                       .arg(opened)
-                       .arg(verified));
-    m_core->reclaim();
+                       .arg(opened.value.toBool())
+                       .arg(verified.value.toBool()));
 }
 
 QString DecodeWorld::decode(const QString &base64Envelope)
 {
-    QString plaintext;
-    QMetaObject::invokeMethod(m_crypto, "WebZtDecode", Qt::DirectConnection,
-                              Q_RETURN_ARG(QString, plaintext), Q_ARG(QString, base64Envelope),
-                              Q_ARG(qulonglong, qulonglong(0x401)));
-    m_core->reclaim();
-    return plaintext;
+    return m_session
+        ->invoke(QStringLiteral("WebZtDecode"),
+                 {base64Envelope, QVariant::fromValue<qulonglong>(ZtSessionKey::kAlgorithmId)})
+        .value.toString();
 }
 
 QString DecodeWorld::envelopeText(const QByteArray &content) const

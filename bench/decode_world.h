@@ -1,8 +1,8 @@
 #pragma once
 
 #include "core/host_core.h"
-#include "core/plugin_loader.h"
 #include "openssl_envelope.h"
+#include "session/host_session.h"
 
 #include <QByteArray>
 #include <QString>
@@ -11,8 +11,8 @@
 #include <memory>
 
 // The whole road of WebZtDecode as a host runs it: a software key device provisioned in a
-// private root, the reference host core with its standard components over the software driver,
-// and the built plug-in loaded by path, its key opened and PIN verified. Also holds the
+// private root and a host session over the software driver with the built plug-in loaded by
+// path, its key opened and PIN verified. Also holds the
 // recipient's private key, so that the baseline can do the same work with OpenSSL directly.
 //
 // One per process; made on first use. Construction aborts the program on any failure: a
@@ -22,15 +22,15 @@ class DecodeWorld
 public:
     static DecodeWorld &instance();
 
-    // One WebZtDecode by name, as a page calls it; then the per-operation components are
-    // reclaimed, as the host's event loop would.
+    // One WebZtDecode by name, as a page calls it; the session reclaims the per-operation
+    // components after it, as the host's event loop would.
     QString decode(const QString &base64Envelope);
 
     // A fresh envelope of `content` for the device's encryption certificate, as Base64 text.
     QString envelopeText(const QByteArray &content) const;
 
     EVP_PKEY *privateKey() const { return m_privateKey.get(); }
-    zthost::HostCore &core() { return *m_core; }
+    zthost::HostCore &core() { return m_session->core(); }
 
 private:
     DecodeWorld();
@@ -38,9 +38,7 @@ private:
     QTemporaryDir m_root;
     QByteArray m_certificate;
     EvpPkeyPtr m_privateKey;
-    std::unique_ptr<zthost::HostCore> m_core;
-    std::unique_ptr<zthost::PluginLoader> m_plugin;
-    QObject *m_crypto = nullptr;
+    std::unique_ptr<zthost::HostSession> m_session;
 };
 
 // Content of `size` bytes that is not all one value, so that no step can shortcut it.

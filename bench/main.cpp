@@ -287,7 +287,7 @@ int main(int argc, char **argv)
             return v.empty() ? -1.0 : v[v.size() / 2];
         };
         Row cold_row;
-        cold_row.benchmark = QStringLiteral("start: load, init, create, destroy (first)");
+        cold_row.benchmark = QStringLiteral("start: host session up and down (first)");
         cold_row.time = median(cold);
         cold_row.baseline = median(dl);
         cold_row.baselineName = QStringLiteral("dlopen+dlclose");

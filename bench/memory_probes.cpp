@@ -2,9 +2,8 @@
 
 #include "asn_agents.h"
 #include "core/host_core.h"
-#include "core/plugin_loader.h"
-#include "core/standard_components.h"
 #include "decode_world.h"
+#include "session/host_session.h"
 
 #include <QFile>
 #include <QObject>
@@ -152,18 +151,18 @@ QJsonObject probeStart(int rounds)
         dl.push_back(secondsSince(start));
     }
 
-    zthost::HostCore core;
-    zthost::registerStandardComponents(core);
+    // A whole host session: core and components, the plug-in loaded and initialised, its
+    // scriptable object made, and all of it shut down again.
+    zthost::SessionOptions options;
+    options.pluginPath = QString::fromLocal8Bit(path);
     std::vector<double> plugin;
     for (int i = 0; i < rounds; ++i) {
         const auto start = std::chrono::steady_clock::now();
         QString error;
-        std::unique_ptr<zthost::PluginLoader> loader =
-            zthost::PluginLoader::load(QString::fromLocal8Bit(path), &error);
-        if (!loader || !loader->initialize(&core, &error) || !loader->createScriptableObject())
+        std::unique_ptr<zthost::HostSession> session = zthost::HostSession::start(options, &error);
+        if (!session)
             benchFatal(error);
-        loader->shutdown();
-        loader.reset();
+        session.reset();
         plugin.push_back(secondsSince(start));
     }
     QJsonObject result;

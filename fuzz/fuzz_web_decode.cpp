@@ -1,11 +1,10 @@
 // This file feeds untrusted text to WebZtDecode, end to end: built plug-in, reference host,
 // software key device.
 //
-// At start-up a device is provisioned in a temporary root, the plug-in is loaded by path and
-// initialised with the real host core and its standard components, and the scriptable object
-// opens the key and verifies the PIN once. Each input is then the Base64 argument of one
-// WebZtDecode call; the per-operation components and the block agents the plug-in keeps are
-// reclaimed after it.
+// At start-up a device is provisioned in a temporary root, a host session loads the plug-in by
+// path, and the scriptable object opens the key and verifies the PIN once. Each input is then the Base64 argument of one
+// WebZtDecode call; the session reclaims the per-operation components after it, and the block
+// agents the plug-in keeps are reclaimed too.
 //
 // Envelopes that really open can only be made for the device's key, which is new at every start:
 // they are written into the first corpus folder on the command line (libFuzzer's output corpus)
@@ -15,15 +14,13 @@
 #include "kept_object_reclaimer.h"
 #include "openssl_envelope.h"
 
-#include "core/host_core.h"
-#include "core/plugin_loader.h"
-#include "core/standard_components.h"
+#include "session/host_session.h"
 
+#include <plugin_host/session_key_algorithm.h>
 
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
-#include <QMetaObject>
 #include <QString>
 
 #include <cstddef>
@@ -40,13 +37,10 @@ constexpr char kDevice[] = "fuzzdev";
 constexpr char kUserPin[] = "fuzz-user-1357";
 constexpr char kAdminPin[] = "fuzz-admin-2468";
 constexpr char kContainer[] = "SM2Container";
-constexpr qulonglong kSm4Ecb = 0x401;
 
 struct Host
 {
-    std::unique_ptr<zthost::HostCore> core;
-    std::unique_ptr<zthost::PluginLoader> plugin;
-    QObject *crypto = nullptr;
+    std::unique_ptr<zthost::HostSession> session;
     std::unique_ptr<ztfuzz::KeptObjectReclaimer> reclaimer;
 };
 Host *g_host = nullptr;
@@ -59,12 +53,12 @@ Host *g_host = nullptr;
 
 QString decode(const QString &base64)
 {
-    QString plaintext;
-    if (!QMetaObject::invokeMethod(g_host->crypto, "WebZtDecode", Qt::DirectConnection,
-                                   Q_RETURN_ARG(QString, plaintext), Q_ARG(QString, base64),
-                                   Q_ARG(qulonglong, kSm4Ecb)))
-        die(QStringLiteral("WebZtDecode cannot be called"));
-    return plaintext;
+    const zthost::Invocation decoded = g_host->session->invoke(
+        QStringLiteral("WebZtDecode"),
+        {base64, QVariant::fromValue<qulonglong>(ZtSessionKey::kAlgorithmId)});
+    if (!decoded.called)
+        die(QStringLiteral("WebZtDecode cannot be called: %1").arg(decoded.error));
+    return decoded.value.toString();
 }
 
 void writeFreshSeeds(const QString &folder, const QByteArray &certificate)
@@ -85,7 +79,6 @@ void writeFreshSeeds(const QString &folder, const QByteArray &certificate)
         // Self-check: the harness is useless if a real envelope does not open.
         if (decode(QString::fromLatin1(envelope.toBase64())) != QString::fromLatin1(contents.at(i).toBase64()))
             die(QStringLiteral("a fresh envelope for the device does not decode"));
-        g_host->core->reclaim();
     }
 }
 
@@ -98,32 +91,20 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
         ztfuzz::provisionSoftKey(temp, {kDevice, kUserPin, kAdminPin, kContainer, 6});
 
     g_host = new Host;
-    g_host->core = std::make_unique<zthost::HostCore>();
-    g_host->core->log().setFile(QStringLiteral("/dev/null"));
-    zthost::StandardComponentOptions components;
-    components.skfDriverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
-    zthost::registerStandardComponents(*g_host->core, components);
+    zthost::SessionOptions options;
+    options.pluginPath = QStringLiteral(ZT_PLUGIN_PATH);
+    options.skfDriverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
+    options.hostLogPath = QStringLiteral("/dev/null");
+    QString startError;
+    g_host->session = zthost::HostSession::start(options, &startError);
+    if (!g_host->session)
+        die(startError);
 
-    QString loadError;
-    g_host->plugin = zthost::PluginLoader::load(QStringLiteral(ZT_PLUGIN_PATH), &loadError);
-    if (!g_host->plugin)
-        die(loadError);
-    if (!g_host->plugin->initialize(g_host->core.get(), &loadError))
-        die(loadError);
-    g_host->crypto = g_host->plugin->createScriptableObject();
-    if (!g_host->crypto)
-        die(QStringLiteral("the plug-in made no scriptable object"));
-
-    bool opened = false;
-    QMetaObject::invokeMethod(g_host->crypto, "WebOpenKey", Qt::DirectConnection,
-                              Q_RETURN_ARG(bool, opened));
-    bool verified = false;
-    QMetaObject::invokeMethod(g_host->crypto, "WebVerifyPin", Qt::DirectConnection,
-                              Q_RETURN_ARG(bool, verified),
-                              Q_ARG(QString, QString::fromLatin1(kUserPin)));
-    if (!opened || !verified)
+    const zthost::Invocation opened = g_host->session->invoke(QStringLiteral("WebOpenKey"));
+    const zthost::Invocation verified = g_host->session->invoke(
+        QStringLiteral("WebVerifyPin"), {QString::fromLatin1(kUserPin)});
+    if (!opened.value.toBool() || !verified.value.toBool())
         die(QStringLiteral("the key did not open or the PIN was refused"));
-    g_host->core->reclaim();
     g_host->reclaimer = std::make_unique<ztfuzz::KeptObjectReclaimer>(
         std::vector<std::string>{"ZtAsnBlockAgent"});
 
@@ -143,7 +124,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         if (plaintext.isEmpty() || plaintext.toBase64() != answer.toLatin1())
             die(QStringLiteral("WebZtDecode answered neither Base64 plaintext nor \"false\""));
     }
-    g_host->core->reclaim();
     g_host->reclaimer->reclaim();
     return 0;
 }

@@ -4,6 +4,8 @@
 #include "signature_core.h"
 #include "zt_cryptographic.h"
 
+#include <plugin_host/component_ids.h>
+
 #include <cstring>
 
 namespace {
@@ -11,9 +13,9 @@ const char kVersion[] = "V8.2.10.100";
 constexpr unsigned int kVersionLength = sizeof(kVersion) - 1;
 static_assert(kVersionLength == 11, "hosts size their buffer from this length");
 
-const char kProgId[] = "Crypto.ZtCryptographic.1";
-// Compared as a plain string: the odd 8-4-4-20 grouping is the registered identifier.
-const char kClassId[] = "7D19A0C4-5522-3333-9E1B84C20D57A6F0";
+// Compared as plain strings: the odd 8-4-4-20 grouping is the registered identifier.
+constexpr const char *kProgId = ZtComponentIds::kCryptographicProgId;
+constexpr const char *kClassId = ZtComponentIds::kCryptographicClassId;
 } // namespace
 
 extern "C" {

@@ -1,6 +1,7 @@
 #include "bridge/scriptable_facade.h"
 
-#include <QMetaObject>
+#include "core/pin_wipe.h"
+#include "session/scriptable_calls.h"
 
 namespace zthost::bridge {
 
@@ -8,107 +9,78 @@ namespace {
 const QString kFailureText = QStringLiteral("false");
 } // namespace
 
-ScriptableFacade::ScriptableFacade(QObject *target, std::function<void()> afterEachCall,
-                                   QObject *parent)
-    : QObject(parent), m_target(target), m_afterEachCall(std::move(afterEachCall))
+ScriptableFacade::ScriptableFacade(ScriptableCalls &calls, QObject *parent)
+    : QObject(parent), m_calls(calls)
 {
 }
 
 const QStringList &ScriptableFacade::methodNames()
 {
-    static const QStringList names = {
-        QStringLiteral("WebOpenKey"),     QStringLiteral("WebCloseKey"),
-        QStringLiteral("WebVerifyPin"),   QStringLiteral("WebGetCertData"),
-        QStringLiteral("WebZtEncode"),    QStringLiteral("WebZtDecode"),
-        QStringLiteral("WebGetLastErrorMsg"),
-    };
+    static const QStringList names = [] {
+        QStringList list;
+        for (const char *signature : ScriptableMethods::kSignatures) {
+            const QString text = QLatin1String(signature);
+            list << text.left(text.indexOf(QLatin1Char('(')));
+        }
+        return list;
+    }();
     return names;
 }
 
-void ScriptableFacade::afterCall()
+bool ScriptableFacade::callBool(const QString &method, const QVariantList &arguments)
 {
-    // The plug-in holds none of the per-operation components once a call has returned.
-    if (m_afterEachCall)
-        m_afterEachCall();
+    const Invocation invocation = m_calls.invoke(method, arguments);
+    return invocation.called && invocation.value.toBool();
+}
+
+QString ScriptableFacade::callString(const QString &method, const QVariantList &arguments,
+                                     const QString &failure)
+{
+    const Invocation invocation = m_calls.invoke(method, arguments);
+    return invocation.called ? invocation.value.toString() : failure;
 }
 
 bool ScriptableFacade::WebOpenKey()
 {
-    bool answer = false;
-    if (!m_target || !QMetaObject::invokeMethod(m_target, "WebOpenKey", Qt::DirectConnection,
-                                                Q_RETURN_ARG(bool, answer)))
-        answer = false;
-    afterCall();
-    return answer;
+    return callBool(QStringLiteral("WebOpenKey"));
 }
 
 bool ScriptableFacade::WebCloseKey()
 {
-    bool answer = false;
-    if (!m_target || !QMetaObject::invokeMethod(m_target, "WebCloseKey", Qt::DirectConnection,
-                                                Q_RETURN_ARG(bool, answer)))
-        answer = false;
-    afterCall();
-    return answer;
+    return callBool(QStringLiteral("WebCloseKey"));
 }
 
 bool ScriptableFacade::WebVerifyPin(QString pinCode)
 {
-    bool answer = false;
-    if (!m_target || !QMetaObject::invokeMethod(m_target, "WebVerifyPin", Qt::DirectConnection,
-                                                Q_RETURN_ARG(bool, answer),
-                                                Q_ARG(QString, pinCode)))
-        answer = false;
-    // Our copy of the PIN goes now rather than whenever the allocator reuses it.
-    pinCode.fill(QLatin1Char('\0'));
-    afterCall();
-    return answer;
+    QVariantList arguments{pinCode};
+    const bool verified = callBool(QStringLiteral("WebVerifyPin"), arguments);
+    arguments.clear();
+    // Shared with the web channel's copy of the message, so only released (core/pin_wipe.h).
+    wipePin(pinCode);
+    return verified;
 }
 
 QString ScriptableFacade::WebGetCertData(QString certtype)
 {
-    QString answer;
-    if (!m_target || !QMetaObject::invokeMethod(m_target, "WebGetCertData", Qt::DirectConnection,
-                                                Q_RETURN_ARG(QString, answer),
-                                                Q_ARG(QString, certtype)))
-        answer = kFailureText;
-    afterCall();
-    return answer;
+    return callString(QStringLiteral("WebGetCertData"), {certtype}, kFailureText);
 }
 
 QString ScriptableFacade::WebZtEncode(QString bas64SrcData, QString certData, quint64 ulAlgID)
 {
-    QString answer;
-    if (!m_target || !QMetaObject::invokeMethod(m_target, "WebZtEncode", Qt::DirectConnection,
-                                                Q_RETURN_ARG(QString, answer),
-                                                Q_ARG(QString, bas64SrcData),
-                                                Q_ARG(QString, certData), Q_ARG(quint64, ulAlgID)))
-        answer = kFailureText;
-    afterCall();
-    return answer;
+    return callString(QStringLiteral("WebZtEncode"),
+                      {bas64SrcData, certData, QVariant::fromValue<qulonglong>(ulAlgID)},
+                      kFailureText);
 }
 
 QString ScriptableFacade::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
 {
-    QString answer;
-    if (!m_target || !QMetaObject::invokeMethod(m_target, "WebZtDecode", Qt::DirectConnection,
-                                                Q_RETURN_ARG(QString, answer),
-                                                Q_ARG(QString, bas64EncData),
-                                                Q_ARG(quint64, ulAlgID)))
-        answer = kFailureText;
-    afterCall();
-    return answer;
+    return callString(QStringLiteral("WebZtDecode"),
+                      {bas64EncData, QVariant::fromValue<qulonglong>(ulAlgID)}, kFailureText);
 }
 
 QString ScriptableFacade::WebGetLastErrorMsg()
 {
-    QString answer;
-    if (!m_target || !QMetaObject::invokeMethod(m_target, "WebGetLastErrorMsg",
-                                                Qt::DirectConnection,
-                                                Q_RETURN_ARG(QString, answer)))
-        answer = QString();
-    afterCall();
-    return answer;
+    return callString(QStringLiteral("WebGetLastErrorMsg"), {}, QString());
 }
 
 } // namespace zthost::bridge

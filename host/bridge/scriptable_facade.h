@@ -1,48 +1,45 @@
 #pragma once
 
+#include <plugin_host/scriptable_methods.h>
+
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QStringList>
 
-#include <functional>
+namespace zthost {
+class ScriptableCalls;
+} // namespace zthost
 
 namespace zthost::bridge {
 
 // What the web channel publishes in place of the plug-in's scriptable object: the same seven
-// invokable methods, each forwarded by name to the scriptable object on the calling thread.
+// invokable methods, each forwarded by name to the host session (ScriptableCalls), which calls
+// the scriptable object on the calling thread and reclaims what the call left behind.
 // Publishing the scriptable object itself would also publish what every QObject has (a
 // writable objectName, deleteLater); a page must not rename or delete the host's object. This
 // class has those too, which is why the transport lets only the seven through (MessageGate).
 //
-// Failure values are the scriptable object's own: false, or the text "false". When the
-// scriptable object is gone, or Qt refuses the call, the façade answers the same.
+// Failure values are the scriptable object's own: false, or the text "false". When the call
+// cannot be made, the façade answers the same.
 class ScriptableFacade : public QObject
 {
     Q_OBJECT
 
 public:
-    // `target` is not owned. `afterEachCall` runs once every call has returned, e.g. to
-    // reclaim the host's per-operation components; it may be empty.
-    ScriptableFacade(QObject *target, std::function<void()> afterEachCall,
-                     QObject *parent = nullptr);
+    // `calls` is not owned and must outlive the façade.
+    explicit ScriptableFacade(ScriptableCalls &calls, QObject *parent = nullptr);
 
     // The seven method names, in declaration order.
     static const QStringList &methodNames();
 
-    Q_INVOKABLE bool WebOpenKey();
-    Q_INVOKABLE bool WebCloseKey();
-    Q_INVOKABLE bool WebVerifyPin(QString pinCode);
-    Q_INVOKABLE QString WebGetCertData(QString certtype);
-    Q_INVOKABLE QString WebZtEncode(QString bas64SrcData, QString certData, quint64 ulAlgID);
-    Q_INVOKABLE QString WebZtDecode(QString bas64EncData, quint64 ulAlgID);
-    Q_INVOKABLE QString WebGetLastErrorMsg();
+    ZT_SCRIPTABLE_METHODS
 
 private:
-    void afterCall();
+    bool callBool(const QString &method, const QVariantList &arguments = {});
+    QString callString(const QString &method, const QVariantList &arguments,
+                       const QString &failure);
 
-    QPointer<QObject> m_target;
-    std::function<void()> m_afterEachCall;
+    ScriptableCalls &m_calls;
 };
 
 } // namespace zthost::bridge

@@ -33,13 +33,13 @@ QUrl withToken(QUrl url, const AccessToken &token)
 
 } // namespace
 
-WebBridge::WebBridge(QObject *scriptable, std::function<void()> afterEachCall,
-                     BridgeOptions options, HostLog *log, QObject *parent)
+WebBridge::WebBridge(ScriptableCalls &calls, BridgeOptions options, HostLog *log,
+                     QObject *parent)
     : QObject(parent),
       m_options(std::move(options)),
       m_log(log),
       m_token(AccessToken::generate()),
-      m_facade(std::make_unique<ScriptableFacade>(scriptable, std::move(afterEachCall))),
+      m_facade(std::make_unique<ScriptableFacade>(calls)),
       m_gate(std::make_unique<MessageGate>(&ScriptableFacade::staticMetaObject,
                                            QLatin1String(kObjectId),
                                            ScriptableFacade::methodNames())),

@@ -18,7 +18,8 @@ class QWebSocketCorsAuthenticator;
 
 namespace zthost {
 class HostLog;
-}
+class ScriptableCalls;
+} // namespace zthost
 
 namespace zthost::bridge {
 
@@ -42,12 +43,12 @@ public:
     // The name pages reach the object by: channel.objects.ZtCryptographic.
     static constexpr const char *kObjectId = "ZtCryptographic";
 
-    // `scriptable` is the plug-in's object (not owned); `afterEachCall` runs after each of its
-    // calls returns (e.g. HostCore::reclaim). `log` (not owned, may be null) receives refusals
+    // `calls` reaches the plug-in's object (the host session; not owned, must outlive the
+    // bridge). `log` (not owned, may be null) receives refusals
     // and drops as warnings and connections as debug lines; it never receives a message's
     // text, a token or a PIN.
-    WebBridge(QObject *scriptable, std::function<void()> afterEachCall, BridgeOptions options,
-              HostLog *log, QObject *parent = nullptr);
+    WebBridge(ScriptableCalls &calls, BridgeOptions options, HostLog *log,
+              QObject *parent = nullptr);
     ~WebBridge() override;
 
     // Starts listening. False with `error` set when the page or Qt WebChannel's script is

@@ -2,7 +2,7 @@
 
 #include "command_line.h"
 #include "console.h"
-#include "scriptable_method.h"
+#include "session/scriptable_method.h"
 #include "session_steps.h"
 
 namespace zthost::cli {

@@ -61,12 +61,12 @@ ExitCode runDemo(const QStringList &arguments)
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
 
-    HostOptions options = line.hostOptions();
+    SessionOptions options = line.hostOptions();
     QTemporaryDir root(QDir::tempPath() + QStringLiteral("/zthost-demo-XXXXXX"));
     if (!root.isValid())
         return failed(QStringLiteral("cannot make a temporary root in %1: %2")
                           .arg(QDir::tempPath(), root.errorString()));
-    options.root = root.path();
+    options.softKeyRoot = root.path();
 
     DemoState state;
     state.userPin = randomDigits(kUserPinDigits);
@@ -79,7 +79,7 @@ ExitCode runDemo(const QStringList &arguments)
                   .arg(QLatin1String(kDeviceName), QLatin1String(kContainerName), root.path()));
     printLine(QStringLiteral("  user PIN      %1").arg(state.userPin));
     printLine(QStringLiteral("  plug-in       %1").arg(options.pluginPath));
-    printLine(QStringLiteral("  driver        %1").arg(options.skfPath));
+    printLine(QStringLiteral("  driver        %1").arg(options.skfDriverPath));
     printLine(QString());
 
     StepTable table;
@@ -98,8 +98,6 @@ ExitCode runDemo(const QStringList &arguments)
     });
     table.run(QStringLiteral("load plug-in"), [&] {
         // Not startHost: the failure belongs in the table, not on standard error.
-        applyRoot(options);
-        applyVerbosity(options.verbosity);
         QString error;
         state.session = HostSession::start(options, &error);
         if (!state.session)

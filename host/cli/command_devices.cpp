@@ -37,18 +37,17 @@ ExitCode runDevices(const QStringList &arguments)
         return CommandLine::exitCodeOf(parsed);
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
-    const HostOptions host = line.hostOptions();
-    applyRoot(host);
-    applyVerbosity(host.verbosity);
+    const SessionOptions host = line.hostOptions();
+    applyToProcess(host);
 
     QList<DeviceEntry> entries;
     QStringList problems;
     QString error;
-    if (!listDevices(host.skfPath, &entries, &problems, &error))
+    if (!listDevices(host.skfDriverPath, &entries, &problems, &error))
         return failed(error);
 
     if (entries.isEmpty() && problems.isEmpty()) {
-        printError(QStringLiteral("no key device: %1 lists none").arg(host.skfPath));
+        printError(QStringLiteral("no key device: %1 lists none").arg(host.skfDriverPath));
         return ExitCode::Success;
     }
     if (!entries.isEmpty()) {

@@ -13,6 +13,14 @@
 namespace zthost::cli {
 
 namespace {
+// The software device root keygen writes to: --root when given, else what the driver reads.
+QString softKeyRootInEffect(const SessionOptions &options)
+{
+    if (!options.softKeyRoot.isEmpty())
+        return options.softKeyRoot;
+    return QFile::decodeName(QByteArray::fromStdString(softskf::rootFromEnvironment()));
+}
+
 const QString kName = QStringLiteral("name");
 const QString kPin = QStringLiteral("pin");
 const QString kAdminPin = QStringLiteral("admin-pin");
@@ -68,9 +76,9 @@ ExitCode runKeygen(const QStringList &arguments)
     const QString adminPin =
         adminGenerated ? randomDigits(kGeneratedAdminPinDigits) : line.value(kAdminPin);
 
-    const HostOptions host = line.hostOptions();
-    applyVerbosity(host.verbosity);
-    const QString root = effectiveRoot(host);
+    const SessionOptions host = line.hostOptions();
+    applyToProcess(host);
+    const QString root = softKeyRootInEffect(host);
     softskf::DeviceOptions options;
     options.name = line.value(kName).toStdString();
     options.userPin = userPin.text.toStdString();

@@ -1,9 +1,8 @@
 #include "command_line.h"
 
 #include "console.h"
-#include "default_plugin.h"
+#include "session/default_paths.h"
 
-#include "key/default_driver.h"
 
 namespace zthost::cli {
 
@@ -73,12 +72,12 @@ ExitCode CommandLine::usageError(const QString &message) const
     return ExitCode::Usage;
 }
 
-HostOptions CommandLine::hostOptions() const
+SessionOptions CommandLine::hostOptions() const
 {
-    HostOptions options;
+    SessionOptions options;
     options.pluginPath = m_parser.isSet(kPlugin) ? m_parser.value(kPlugin) : defaultPluginPath();
-    options.skfPath = m_parser.isSet(kSkf) ? m_parser.value(kSkf) : defaultSkfDriverPath();
-    options.root = m_parser.value(kRoot);
+    options.skfDriverPath = m_parser.isSet(kSkf) ? m_parser.value(kSkf) : defaultSkfDriverPath();
+    options.softKeyRoot = m_parser.value(kRoot);
     options.hostLogPath = m_parser.value(kHostLog);
     options.verbosity = m_parser.isSet(kVerbose) ? Verbosity::Debug : Verbosity::Normal;
     return options;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "exit_code.h"
-#include "host_options.h"
+#include "session/session_options.h"
 
 #include <QCommandLineOption>
 #include <QCommandLineParser>
@@ -44,7 +44,7 @@ public:
     // Prints "zthost <command>: <message>" and the --help hint on standard error.
     ExitCode usageError(const QString &message) const;
 
-    HostOptions hostOptions() const;
+    SessionOptions hostOptions() const;
     QString helpText() const;
 
 private:

@@ -116,10 +116,8 @@ ExitCode runServe(const QStringList &arguments)
     std::unique_ptr<HostSession> session = startHost(line.hostOptions());
     if (!session)
         return ExitCode::Failure;
-    HostSession *host = session.get();
     {
-        bridge::WebBridge bridge(host->scriptable(), [host] { host->core().reclaim(); }, options,
-                                 &host->core().log());
+        bridge::WebBridge bridge(*session, options, &session->core().log());
         QString error;
         if (!bridge.start(&error))
             return failed(error);

@@ -1,5 +1,7 @@
 #include "pin_source.h"
 
+#include "core/pin_wipe.h"
+
 #include <termios.h>
 #include <unistd.h>
 
@@ -32,7 +34,7 @@ QString promptWithoutEcho(const QString &prompt)
     if (haveTerminal)
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
     const QString pin = QString::fromLocal8Bit(line.data(), int(line.size()));
-    line.assign(line.size(), '\0');
+    wipePin(line);
     return pin;
 }
 } // namespace

@@ -4,10 +4,8 @@
 
 namespace zthost::cli {
 
-std::unique_ptr<HostSession> startHost(const HostOptions &options)
+std::unique_ptr<HostSession> startHost(const SessionOptions &options)
 {
-    applyRoot(options);
-    applyVerbosity(options.verbosity);
     QString error;
     std::unique_ptr<HostSession> session = HostSession::start(options, &error);
     if (!session)

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "exit_code.h"
-#include "host_options.h"
-#include "host_session.h"
+#include "session/host_session.h"
+#include "session/session_options.h"
 
 #include <QString>
 
@@ -13,8 +13,8 @@ namespace zthost::cli {
 // The first steps every command that talks to the plug-in takes, each printing its own failure
 // on standard error.
 
-// Applies --root and -v, then starts the host session; null after printing why.
-std::unique_ptr<HostSession> startHost(const HostOptions &options);
+// Starts the host session; null after printing why.
+std::unique_ptr<HostSession> startHost(const SessionOptions &options);
 
 // WebOpenKey; false after printing "WebOpenKey answered false: <message>".
 bool openKey(HostSession &session);

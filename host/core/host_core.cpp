@@ -64,6 +64,7 @@ QObject *HostCore::createComponentObject(QString progId, QString classId)
         return component;
     }
     component->setParent(&m_perOperation);
+    ++m_perOperationMade;
     component->deleteLater();
     return component;
 }
@@ -86,6 +87,11 @@ void HostCore::reclaim()
     const QObjectList outstanding = m_perOperation.children();
     for (QObject *component : outstanding)
         delete component;
+}
+
+int HostCore::perOperationComponentsMade() const
+{
+    return m_perOperationMade;
 }
 
 int HostCore::outstandingPerOperationComponents() const

@@ -51,6 +51,8 @@ public:
     void reclaim();
     // Per-operation components handed out and not yet deleted.
     int outstandingPerOperationComponents() const;
+    // Per-operation components handed out since the core was made.
+    int perOperationComponentsMade() const;
 
 private:
     struct Registration
@@ -70,6 +72,7 @@ private:
     std::vector<QObject *> m_sharedInOrder;
     // Parent of every per-operation component until it is deleted; counts what is outstanding.
     QObject m_perOperation;
+    int m_perOperationMade = 0;
 };
 
 } // namespace zthost

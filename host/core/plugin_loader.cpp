@@ -1,6 +1,6 @@
 #include "core/plugin_loader.h"
 
-#include "core/component_ids.h"
+#include <plugin_host/component_ids.h>
 
 #include <dlfcn.h>
 
@@ -87,7 +87,7 @@ QObject *PluginLoader::createComponent(const QString &progId, const QString &cla
 
 QObject *PluginLoader::createScriptableObject()
 {
-    return createComponent(QLatin1String(ComponentIds::kCryptographicProgId));
+    return createComponent(QLatin1String(ZtComponentIds::kCryptographicProgId));
 }
 
 unsigned int PluginLoader::versionLength() const

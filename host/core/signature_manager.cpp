@@ -1,6 +1,6 @@
 #include "core/signature_manager.h"
 
-#include "core/component_ids.h"
+#include <plugin_host/component_ids.h>
 #include "core/host_core.h"
 
 namespace zthost {
@@ -10,8 +10,8 @@ SignatureManager::SignatureManager(HostCore *core, QObject *parent) : QObject(pa
 
 QObject *SignatureManager::getZtKey()
 {
-    return m_core->createComponentObject(QLatin1String(ComponentIds::kKeyProgId),
-                                         QLatin1String(ComponentIds::kKeyClassId));
+    return m_core->createComponentObject(QLatin1String(ZtComponentIds::kKeyProgId),
+                                         QLatin1String(ZtComponentIds::kKeyClassId));
 }
 
 } // namespace zthost

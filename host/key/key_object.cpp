@@ -3,6 +3,7 @@
 #include "key/key_object.h"
 
 #include "core/host_log.h"
+#include "core/pin_wipe.h"
 #include "key/block_cipher_record.h"
 #include "key/handle_value.h"
 #include "key/name_list.h"
@@ -194,11 +195,12 @@ bool KeyObject::verifyPin(QString pin, bool adminPin)
     if (!usable("verifyPin"))
         return false;
     QByteArray encoded = pin.toUtf8();
+    wipePin(pin);
     ULONG triesLeft = 0;
     const ULONG code = m_skf.VerifyPIN(m_application, adminPin ? ADMIN_TYPE : USER_TYPE,
                                        encoded.data(), &triesLeft);
-    // The PIN goes no further than the driver; the copy is wiped before anything is logged.
-    encoded.fill('\0');
+    // The PIN goes no further than the driver (core/pin_wipe.h).
+    wipePin(encoded);
     if (code == SAR_OK)
         return true;
 

@@ -2,6 +2,8 @@
 
 #include "q_dispatch.h"
 
+#include <plugin_host/component_ids.h>
+
 #include <QString>
 
 // Agents: one Q_Dispatch subclass per kind of host component, so that the calling code names
@@ -63,16 +65,3 @@ public:
     void logDebug(QString message);
     void logError(QString message);
 };
-
-// Creation identifiers of the host components, as the host registers them ("Cerificate" is the
-// registered spelling).
-namespace ZtComponentIds {
-inline const char kSignatureManagerProgId[] = "ZTSIGNATUREMANAGER.ZtSignatureManager.1";
-inline const char kSignatureManagerClassId[] = "A3C5E761-0B2F-4D88-B613-2F97C4D1E05B";
-inline const char kKeyProgId[] = "ZTKEY.ZtKey.1";
-inline const char kKeyClassId[] = "5F02B9D8-61E4-4A37-9C25-D0B3E8A41F76";
-inline const char kCertificateProgId[] = "ZTUTIL.ZtCerificate.1";
-inline const char kCertificateClassId[] = "";
-inline const char kAsnProgId[] = "ZTUTIL.ZtAsn.1";
-inline const char kAsnClassId[] = "";
-} // namespace ZtComponentIds

@@ -10,6 +10,8 @@
 #include "processor_time.h"
 #include "zt_envelope_data.h"
 
+#include <plugin_host/session_key_algorithm.h>
+
 #include <ctime>
 #include <utility>
 
@@ -27,7 +29,7 @@ constexpr int kDecryptTag = 374;
 
 constexpr int kSm2ContainerType = 2;
 // SGD_SM4_ECB: the session key's algorithm is fixed, whatever the page asks for.
-constexpr qulonglong kSessionKeyAlgorithm = 0x401;
+constexpr qulonglong kSessionKeyAlgorithm = ZtSessionKey::kAlgorithmId;
 
 QString failed()
 {

@@ -19,8 +19,7 @@ void BridgeTest::TearDown()
 void BridgeTest::startBridge(zthost::bridge::BridgeOptions options)
 {
     options.webRoot = QStringLiteral(ZT_WEB_DIR);
-    bridge = std::make_unique<zthost::bridge::WebBridge>(
-        &fake, [this] { ++callsReturned; }, options, &m_log);
+    bridge = std::make_unique<zthost::bridge::WebBridge>(calls, options, &m_log);
     QString error;
     ASSERT_TRUE(bridge->start(&error)) << qPrintable(error);
 }

@@ -5,12 +5,31 @@
 #include "bridge/bridge_options.h"
 #include "bridge/web_bridge.h"
 #include "core/host_log.h"
+#include "session/scriptable_calls.h"
 
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <memory>
+
+// What the host session does for the bridge, in front of the stand-in: calls by name, each
+// counted once it has returned.
+class CountingCalls : public zthost::ObjectCalls
+{
+public:
+    CountingCalls(QObject *target, int *returned) : ObjectCalls(target), m_returned(returned) {}
+
+    zthost::Invocation invoke(const QString &method, const QVariantList &arguments) override
+    {
+        zthost::Invocation invocation = ObjectCalls::invoke(method, arguments);
+        ++*m_returned;
+        return invocation;
+    }
+
+private:
+    int *m_returned;
+};
 
 // A bridge on a free port in front of a FakeScriptable, serving the real web/ folder, with its
 // log at debug level in a file of its own.
@@ -31,6 +50,7 @@ protected:
 
     FakeScriptable fake;
     int callsReturned = 0;
+    CountingCalls calls{&fake, &callsReturned};
     std::unique_ptr<zthost::bridge::WebBridge> bridge;
 
 private:

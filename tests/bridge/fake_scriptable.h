@@ -1,5 +1,7 @@
 #pragma once
 
+#include <plugin_host/scriptable_methods.h>
+
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -13,13 +15,7 @@ class FakeScriptable : public QObject
     Q_OBJECT
 
 public:
-    Q_INVOKABLE bool WebOpenKey();
-    Q_INVOKABLE bool WebCloseKey();
-    Q_INVOKABLE bool WebVerifyPin(QString pinCode);
-    Q_INVOKABLE QString WebGetCertData(QString certtype);
-    Q_INVOKABLE QString WebZtEncode(QString bas64SrcData, QString certData, quint64 ulAlgID);
-    Q_INVOKABLE QString WebZtDecode(QString bas64EncData, quint64 ulAlgID);
-    Q_INVOKABLE QString WebGetLastErrorMsg();
+    ZT_SCRIPTABLE_METHODS
 
     QString rightPin = QStringLiteral("4321-right");
     QString certificate = QStringLiteral("MIIBcertificate");

@@ -137,7 +137,7 @@ TEST_F(BridgeTest, refusesAnExtraOriginThatIsNotOne)
     BridgeOptions options;
     options.extraOrigins << QStringLiteral("*");
     options.webRoot = QStringLiteral(ZT_WEB_DIR);
-    zthost::bridge::WebBridge refused(&fake, {}, options, nullptr);
+    zthost::bridge::WebBridge refused(calls, options, nullptr);
     QString error;
     EXPECT_FALSE(refused.start(&error));
     EXPECT_TRUE(error.contains(QStringLiteral("not an origin"))) << qPrintable(error);

@@ -2,13 +2,9 @@
 
 #include "test_data.h"
 
-#include "core/standard_components.h"
-
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QLoggingCategory>
-#include <QMetaObject>
 
 using namespace zthost;
 
@@ -21,8 +17,6 @@ public:
     void SetUp() override
     {
         m_app = std::make_unique<QCoreApplication>(m_argc, m_argv);
-        // As a host does: the plug-in dumps whole envelopes to Qt's debug channel.
-        QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
     }
     void TearDown() override { m_app.reset(); }
 
@@ -45,11 +39,7 @@ void EndToEnd::SetUp()
 
 void EndToEnd::TearDown()
 {
-    // The host's order: the plug-in's objects and core agent, then the host core.
-    if (m_plugin)
-        m_plugin->shutdown();
-    m_core.reset();
-    m_plugin.reset();
+    m_session.reset();
 }
 
 void EndToEnd::provision(const QString &device, unsigned maxRetries)
@@ -70,70 +60,60 @@ QByteArray EndToEnd::storedCertificate(const QString &device) const
 
 void EndToEnd::startHost()
 {
-    m_core = std::make_unique<HostCore>();
-    QString error;
-    ASSERT_TRUE(m_core->log().setFile(m_hostLogDir.filePath(QStringLiteral("host.log")), &error))
-        << error.toStdString();
-    m_core->log().setThreshold(LogLevel::Debug);
-    StandardComponentOptions options;
+    zthost::SessionOptions options;
+    options.pluginPath = QStringLiteral(ZT_PLUGIN_PATH);
     options.skfDriverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
-    registerStandardComponents(*m_core, options);
-
-    m_plugin = PluginLoader::load(QStringLiteral(ZT_PLUGIN_PATH), &error);
-    ASSERT_NE(m_plugin, nullptr) << error.toStdString();
-    ASSERT_TRUE(m_plugin->initialize(m_core.get(), &error)) << error.toStdString();
-    crypto = m_plugin->createScriptableObject();
-    ASSERT_NE(crypto, nullptr);
+    options.softKeyRoot = m_root.path();
+    options.hostLogPath = m_hostLogDir.filePath(QStringLiteral("host.log"));
+    // The plug-in's trace in the host log; Qt's debug channel off, as a host has it.
+    options.verbosity = zthost::Verbosity::Trace;
+    QString error;
+    m_session = HostSession::start(options, &error);
+    ASSERT_NE(m_session, nullptr) << error.toStdString();
 }
+
+namespace {
+// The answer of a call that must have been made; `failure` (the method's failure value) when not.
+QVariant answerOf(const Invocation &invocation, const QVariant &failure)
+{
+    EXPECT_TRUE(invocation.called) << invocation.error.toStdString();
+    return invocation.called ? invocation.value : failure;
+}
+} // namespace
 
 bool EndToEnd::openKey()
 {
-    bool opened = false;
-    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebOpenKey", Qt::DirectConnection,
-                                          Q_RETURN_ARG(bool, opened)));
-    return opened;
+    return answerOf(m_session->invoke(QStringLiteral("WebOpenKey")), false).toBool();
 }
 
 bool EndToEnd::closeKey()
 {
-    bool closed = false;
-    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebCloseKey", Qt::DirectConnection,
-                                          Q_RETURN_ARG(bool, closed)));
-    return closed;
+    return answerOf(m_session->invoke(QStringLiteral("WebCloseKey")), false).toBool();
 }
 
 bool EndToEnd::verifyPin(const QString &pin)
 {
-    bool verified = false;
-    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebVerifyPin", Qt::DirectConnection,
-                                          Q_RETURN_ARG(bool, verified), Q_ARG(QString, pin)));
-    return verified;
+    return answerOf(m_session->invoke(QStringLiteral("WebVerifyPin"), {pin}), false).toBool();
 }
 
 QString EndToEnd::certificateData()
 {
-    QString certificate;
-    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebGetCertData", Qt::DirectConnection,
-                                          Q_RETURN_ARG(QString, certificate),
-                                          Q_ARG(QString, QStringLiteral("0"))));
-    return certificate;
+    return answerOf(m_session->invoke(QStringLiteral("WebGetCertData"), {QStringLiteral("0")}),
+                    QStringLiteral("false"))
+        .toString();
 }
 
 QString EndToEnd::decode(const QString &base64Envelope, qulonglong algorithm)
 {
-    QString plaintext;
-    EXPECT_TRUE(QMetaObject::invokeMethod(
-        crypto, "WebZtDecode", Qt::DirectConnection, Q_RETURN_ARG(QString, plaintext),
-        Q_ARG(QString, base64Envelope), Q_ARG(qulonglong, algorithm)));
-    return plaintext;
+    return answerOf(m_session->invoke(QStringLiteral("WebZtDecode"),
+                                      {base64Envelope, QVariant::fromValue(algorithm)}),
+                    QStringLiteral("false"))
+        .toString();
 }
 
 QString EndToEnd::lastErrorMessage()
 {
-    QString message;
-    EXPECT_TRUE(QMetaObject::invokeMethod(crypto, "WebGetLastErrorMsg", Qt::DirectConnection,
-                                          Q_RETURN_ARG(QString, message)));
-    return message;
+    return answerOf(m_session->invoke(QStringLiteral("WebGetLastErrorMsg")), QString()).toString();
 }
 
 QString EndToEnd::messageOf(qulonglong code)

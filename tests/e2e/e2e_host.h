@@ -1,9 +1,11 @@
 #pragma once
 
 #include "core/host_core.h"
-#include "core/plugin_loader.h"
 #include "log_sandbox.h"
+#include "session/host_session.h"
 #include "soft_key_root.h"
+
+#include <plugin_host/session_key_algorithm.h>
 
 #include <QByteArray>
 #include <QHash>
@@ -15,9 +17,9 @@
 #include <memory>
 
 // The whole road with nothing scripted: software key devices in a private root (SOFTSKF_ROOT,
-// restored after), the real host core with its standard components over the software driver of
-// this build tree, and the built plug-in loaded by path. The scriptable object is reached only
-// through QMetaObject::invokeMethod by name.
+// restored after), and a host session over the software driver of this build tree with the
+// built plug-in loaded by path. The scriptable object is reached only by name, through the
+// session.
 class EndToEnd : public ::testing::Test
 {
 protected:
@@ -25,7 +27,7 @@ protected:
     static constexpr const char *kAdminPin = "e2e-admin-1357";
     static constexpr const char *kWrongPin = "e2e-wrong-9999";
     static constexpr const char *kContainer = "SM2Container";
-    static constexpr qulonglong kSm4Ecb = 0x401;
+    static constexpr qulonglong kSm4Ecb = ZtSessionKey::kAlgorithmId;
 
     void SetUp() override;
     void TearDown() override;
@@ -49,14 +51,11 @@ protected:
     static QString messageOf(qulonglong code);
 
     QString hostLogText() const;
-    zthost::HostCore &core() { return *m_core; }
-
-    QObject *crypto = nullptr;
+    zthost::HostCore &core() { return m_session->core(); }
 
 private:
     LogSandbox m_logs{LogSandbox::CoreLog::Off};
     SoftKeyRoot m_root;
     QTemporaryDir m_hostLogDir;
-    std::unique_ptr<zthost::HostCore> m_core;
-    std::unique_ptr<zthost::PluginLoader> m_plugin;
+    std::unique_ptr<zthost::HostSession> m_session;
 };

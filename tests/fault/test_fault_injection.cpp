@@ -17,7 +17,7 @@
 #include "zt_envelope_data.h"
 
 #include "core/host_core.h"
-#include "core/standard_components.h"
+#include "session/standard_components.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -3,10 +3,10 @@
 
 #include "test_host_core_application.h"
 
-#include "core/component_ids.h"
+#include <plugin_host/component_ids.h>
 #include "core/host_core.h"
 #include "core/signature_manager.h"
-#include "core/standard_components.h"
+#include "session/standard_components.h"
 #include "key/key_component.h"
 #include "key/key_object.h"
 
@@ -69,19 +69,19 @@ struct Lookup
 };
 
 const Lookup kLookups[] = {
-    {ComponentIds::kSignatureManagerProgId, "", "zthost::SignatureManager",
+    {ZtComponentIds::kSignatureManagerProgId, "", "zthost::SignatureManager",
      "signature manager by ProgID"},
-    {"", ComponentIds::kSignatureManagerClassId, "zthost::SignatureManager",
+    {"", ZtComponentIds::kSignatureManagerClassId, "zthost::SignatureManager",
      "signature manager by class id"},
-    {ComponentIds::kKeyProgId, "", "zthost::KeyComponent", "key component by ProgID"},
-    {"", ComponentIds::kKeyClassId, "zthost::KeyComponent", "key component by class id"},
+    {ZtComponentIds::kKeyProgId, "", "zthost::KeyComponent", "key component by ProgID"},
+    {"", ZtComponentIds::kKeyClassId, "zthost::KeyComponent", "key component by class id"},
     {"", "5f02b9d8-61e4-4a37-9c25-d0b3e8a41f76", "zthost::KeyComponent", "class ids ignore case"},
-    {ComponentIds::kKeyProgId, ComponentIds::kSignatureManagerClassId, "zthost::KeyComponent",
+    {ZtComponentIds::kKeyProgId, ZtComponentIds::kSignatureManagerClassId, "zthost::KeyComponent",
      "the ProgID wins over the class id"},
-    {"NOPE.Nothing.1", ComponentIds::kKeyClassId, "zthost::KeyComponent",
+    {"NOPE.Nothing.1", ZtComponentIds::kKeyClassId, "zthost::KeyComponent",
      "an unknown ProgID falls back to the class id"},
-    {ComponentIds::kCertificateProgId, "", "zthost::CertificateComponent", "certificate component"},
-    {ComponentIds::kAsnProgId, "", "zthost::AsnDocument", "ASN.1 component"},
+    {ZtComponentIds::kCertificateProgId, "", "zthost::CertificateComponent", "certificate component"},
+    {ZtComponentIds::kAsnProgId, "", "zthost::AsnDocument", "ASN.1 component"},
 };
 
 const Lookup kUnknown[] = {
@@ -89,7 +89,7 @@ const Lookup kUnknown[] = {
     {"ZTUTIL.ZtCertificate.1", "", nullptr, "the corrected spelling is not registered"},
     {"ztkey.ztkey.1", "", nullptr, "ProgIDs are exact"},
     {"", "00000000-0000-0000-0000-000000000000", nullptr, "an unknown class id"},
-    {ComponentIds::kCryptographicProgId, "", nullptr, "the plug-in's own ProgID is not the host's"},
+    {ZtComponentIds::kCryptographicProgId, "", nullptr, "the plug-in's own ProgID is not the host's"},
 };
 
 } // namespace
@@ -116,39 +116,39 @@ TEST_F(HostCoreTest, answersNullForAnythingElse)
 
 TEST_F(HostCoreTest, sharedComponentsAreHandedOutAgain)
 {
-    QObject *manager = create(ComponentIds::kSignatureManagerProgId);
-    EXPECT_EQ(create("", ComponentIds::kSignatureManagerClassId), manager);
-    QObject *keys = create(ComponentIds::kKeyProgId);
-    EXPECT_EQ(create(ComponentIds::kKeyProgId), keys);
+    QObject *manager = create(ZtComponentIds::kSignatureManagerProgId);
+    EXPECT_EQ(create("", ZtComponentIds::kSignatureManagerClassId), manager);
+    QObject *keys = create(ZtComponentIds::kKeyProgId);
+    EXPECT_EQ(create(ZtComponentIds::kKeyProgId), keys);
     EXPECT_EQ(manager->parent(), nullptr);
 }
 
 TEST_F(HostCoreTest, signatureManagerAnswersTheKeyComponent)
 {
-    QObject *manager = create(ComponentIds::kSignatureManagerProgId);
+    QObject *manager = create(ZtComponentIds::kSignatureManagerProgId);
     QObject *key = nullptr;
     ASSERT_TRUE(QMetaObject::invokeMethod(manager, "getZtKey", Qt::DirectConnection,
                                           Q_RETURN_ARG(QObject *, key)));
-    EXPECT_EQ(key, create(ComponentIds::kKeyProgId));
+    EXPECT_EQ(key, create(ZtComponentIds::kKeyProgId));
 }
 
 TEST_F(HostCoreTest, perOperationComponentsAreNewEachTime)
 {
-    QObject *first = create(ComponentIds::kAsnProgId);
-    QObject *second = create(ComponentIds::kAsnProgId);
+    QObject *first = create(ZtComponentIds::kAsnProgId);
+    QObject *second = create(ZtComponentIds::kAsnProgId);
     EXPECT_NE(first, second);
-    EXPECT_NE(create(ComponentIds::kCertificateProgId), create(ComponentIds::kCertificateProgId));
+    EXPECT_NE(create(ZtComponentIds::kCertificateProgId), create(ZtComponentIds::kCertificateProgId));
     EXPECT_EQ(core.outstandingPerOperationComponents(), 4);
 }
 
 TEST_F(HostCoreTest, reclaimAfterTenThousandCreationsLeavesNothingBehind)
 {
     constexpr int kCreations = 10000;
-    QPointer<QObject> firstDocument = create(ComponentIds::kAsnProgId);
-    QPointer<QObject> firstCertificate = create(ComponentIds::kCertificateProgId);
+    QPointer<QObject> firstDocument = create(ZtComponentIds::kAsnProgId);
+    QPointer<QObject> firstCertificate = create(ZtComponentIds::kCertificateProgId);
     for (int i = 1; i < kCreations; ++i) {
-        ASSERT_NE(create(ComponentIds::kAsnProgId), nullptr);
-        ASSERT_NE(create(ComponentIds::kCertificateProgId), nullptr);
+        ASSERT_NE(create(ZtComponentIds::kAsnProgId), nullptr);
+        ASSERT_NE(create(ZtComponentIds::kCertificateProgId), nullptr);
     }
     EXPECT_EQ(core.outstandingPerOperationComponents(), 2 * kCreations);
 
@@ -161,9 +161,9 @@ TEST_F(HostCoreTest, reclaimAfterTenThousandCreationsLeavesNothingBehind)
 
 TEST_F(HostCoreTest, reclaimKeepsSharedComponents)
 {
-    QPointer<QObject> keys = create(ComponentIds::kKeyProgId);
-    QPointer<QObject> manager = create(ComponentIds::kSignatureManagerProgId);
-    create(ComponentIds::kAsnProgId);
+    QPointer<QObject> keys = create(ZtComponentIds::kKeyProgId);
+    QPointer<QObject> manager = create(ZtComponentIds::kSignatureManagerProgId);
+    create(ZtComponentIds::kAsnProgId);
     core.reclaim();
     EXPECT_FALSE(keys.isNull());
     EXPECT_FALSE(manager.isNull());
@@ -171,7 +171,7 @@ TEST_F(HostCoreTest, reclaimKeepsSharedComponents)
 
 TEST_F(HostCoreTest, perOperationComponentsGoOnceTheEventLoopRuns)
 {
-    QPointer<QObject> document = create(ComponentIds::kAsnProgId);
+    QPointer<QObject> document = create(ZtComponentIds::kAsnProgId);
     ASSERT_FALSE(document.isNull());
     QEventLoop loop;
     QTimer::singleShot(0, &loop, &QEventLoop::quit);
@@ -187,8 +187,8 @@ TEST_F(HostCoreTest, coreDeletesWhatIsStillOutstanding)
     {
         HostCore local;
         registerStandardComponents(local);
-        document = local.createComponentObject(QLatin1String(ComponentIds::kAsnProgId), QString());
-        keys = local.createComponentObject(QLatin1String(ComponentIds::kKeyProgId), QString());
+        document = local.createComponentObject(QLatin1String(ZtComponentIds::kAsnProgId), QString());
+        keys = local.createComponentObject(QLatin1String(ZtComponentIds::kKeyProgId), QString());
         ASSERT_FALSE(document.isNull());
     }
     EXPECT_TRUE(document.isNull());
@@ -199,9 +199,9 @@ TEST_F(HostCoreTest, laterRegistrationReplacesAnEarlierOne)
 {
     QPointer<QObject> replacement = new QObject;
     QObject *made = replacement;
-    core.registerComponent(QLatin1String(ComponentIds::kAsnProgId), QString(),
+    core.registerComponent(QLatin1String(ZtComponentIds::kAsnProgId), QString(),
                            HostCore::Lifetime::Shared, [made] { return made; });
-    EXPECT_EQ(create(ComponentIds::kAsnProgId), made);
+    EXPECT_EQ(create(ZtComponentIds::kAsnProgId), made);
     core.reclaim();
     EXPECT_FALSE(replacement.isNull()); // shared now, so the core keeps it
 }

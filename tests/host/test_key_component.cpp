@@ -4,7 +4,7 @@
 #include "test_key_component_fixture.h"
 
 #include "core/host_log.h"
-#include "key/default_driver.h"
+#include "session/default_paths.h"
 #include "key/key_component.h"
 #include "key/key_object.h"
 #include "key/skf_driver.h"

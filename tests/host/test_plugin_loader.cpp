@@ -3,10 +3,10 @@
 
 #include "test_host_core_application.h"
 
-#include "core/component_ids.h"
+#include <plugin_host/component_ids.h>
 #include "core/host_core.h"
 #include "core/plugin_loader.h"
-#include "core/standard_components.h"
+#include "session/standard_components.h"
 #include "log_sandbox.h"
 
 #include <QFile>
@@ -99,8 +99,8 @@ TEST(PluginLoader, shutdownDeletesObjectsBeforeComponentDestroy)
     resetFakeEvents();
     QObject core;
     ASSERT_TRUE(loader->initialize(&core, &error)) << error.toStdString();
-    ASSERT_NE(loader->createComponent(QLatin1String(ComponentIds::kCryptographicProgId)), nullptr);
-    ASSERT_NE(loader->createComponent(QLatin1String(ComponentIds::kCryptographicProgId)), nullptr);
+    ASSERT_NE(loader->createComponent(QLatin1String(ZtComponentIds::kCryptographicProgId)), nullptr);
+    ASSERT_NE(loader->createComponent(QLatin1String(ZtComponentIds::kCryptographicProgId)), nullptr);
     loader->shutdown();
     EXPECT_EQ(fakeEvents(), QStringLiteral("init create create deleted deleted destroy"));
     loader->shutdown();
@@ -115,7 +115,7 @@ TEST(PluginLoader, objectsTheHostDeletedItselfAreSkipped)
     resetFakeEvents();
     QObject core;
     ASSERT_TRUE(loader->initialize(&core));
-    delete loader->createComponent(QLatin1String(ComponentIds::kCryptographicProgId));
+    delete loader->createComponent(QLatin1String(ZtComponentIds::kCryptographicProgId));
     loader.reset();
     EXPECT_EQ(fakeEvents(), QStringLiteral("init create deleted destroy"));
 }

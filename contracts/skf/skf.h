@@ -1,16 +1,13 @@
 /*
  * The standard smart-key C interface (GM/T 0016): types, structures, result codes and the
- * functions the software key device implements.
+ * functions of it that the host calls and a driver exports. The host and the software key
+ * device both build against this one header; nothing in it belongs to either alone.
  *
  * Usable from C (C11) and C++. Every structure is byte-packed exactly as the standard lays it
  * out; the sizes that callers depend on are pinned below.
- *
- * The software device keeps each device as a folder under a root folder:
- *   $SOFTSKF_ROOT when set and not empty, else ${XDG_DATA_HOME:-$HOME/.local/share}/softskf.
- * A device's name is its folder's name; devices are listed in name order.
  */
-#ifndef SOFTSKF_SKF_H
-#define SOFTSKF_SKF_H
+#ifndef ZT_SKF_H
+#define ZT_SKF_H
 
 #ifdef __cplusplus
 #  define SKF_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
@@ -23,7 +20,7 @@
 #  define DEVAPI
 #endif
 
-/* Only the SKF_* functions leave the driver library; everything else in it is hidden. */
+/* A driver built with hidden visibility still exports the SKF_* functions. */
 #if defined(__GNUC__) || defined(__clang__)
 #  define SKF_EXPORT __attribute__((visibility("default")))
 #else
@@ -306,7 +303,6 @@ SKF_STATIC_ASSERT(sizeof(BLOCKCIPHERPARAM) == 44, "BLOCKCIPHERPARAM is 44 bytes"
  * disconnected are released with it.
  */
 
-/* bPresent is accepted and ignored: every device of the root is present. */
 SKF_EXPORT ULONG DEVAPI SKF_EnumDev(BOOL bPresent, LPSTR szNameList, ULONG *pulSize);
 SKF_EXPORT ULONG DEVAPI SKF_ConnectDev(LPSTR szName, DEVHANDLE *phDev);
 SKF_EXPORT ULONG DEVAPI SKF_DisConnectDev(DEVHANDLE hDev);
@@ -355,4 +351,4 @@ SKF_EXPORT ULONG DEVAPI SKF_CloseHandle(HANDLE hHandle);
 }
 #endif
 
-#endif /* SOFTSKF_SKF_H */
+#endif /* ZT_SKF_H */

@@ -7,7 +7,7 @@
 #include <QVariant>
 #include <QVariantList>
 
-namespace zthost::cli {
+namespace zthost {
 
 // Calling the scriptable object's invokable methods by name, the way a web page does: the
 // object is known only through its meta-object.
@@ -38,4 +38,4 @@ QString answerText(const QVariant &answer);
 // Whether the answer is the library's failure value: false, or the text "false".
 bool isFailureAnswer(const QVariant &answer);
 
-} // namespace zthost::cli
+} // namespace zthost

@@ -1,18 +1,18 @@
-#include "core/standard_components.h"
+#include "session/standard_components.h"
 
 #include "asn/asn_document.h"
 #include "certificate/certificate_component.h"
-#include "core/component_ids.h"
+#include <plugin_host/component_ids.h>
 #include "core/host_core.h"
 #include "core/signature_manager.h"
-#include "key/default_driver.h"
+#include "session/default_paths.h"
 #include "key/key_component.h"
 
 namespace zthost {
 
 void registerStandardComponents(HostCore &core, const StandardComponentOptions &options)
 {
-    using namespace ComponentIds;
+    using namespace ZtComponentIds;
     HostCore *host = &core;
     core.registerComponent(QLatin1String(kSignatureManagerProgId),
                            QLatin1String(kSignatureManagerClassId), HostCore::Lifetime::Shared,

@@ -3,7 +3,7 @@
 #include <QMetaObject>
 #include <QMetaType>
 
-namespace zthost::cli {
+namespace zthost {
 
 namespace {
 // QMetaMethod::invoke takes at most ten arguments.
@@ -199,4 +199,4 @@ bool isFailureAnswer(const QVariant &answer)
     return false;
 }
 
-} // namespace zthost::cli
+} // namespace zthost

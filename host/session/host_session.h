@@ -1,0 +1,74 @@
+#pragma once
+
+#include "core/host_core.h"
+#include "session/scriptable_calls.h"
+#include "session/session_options.h"
+
+#include <QString>
+#include <QVariant>
+#include <QVariantList>
+
+#include <memory>
+
+namespace zthost {
+
+class PluginLoader;
+
+// A call of the scriptable object with the library's failure value explained.
+struct Answer
+{
+    bool succeeded = false;
+    QVariant value;
+    // When !succeeded: "WebVerifyPin answered false: <WebGetLastErrorMsg>", or why the call
+    // could not be made. Never contains the arguments, which may be a PIN.
+    QString failure;
+
+    // The value as text: true/false, the text itself, numbers in decimal.
+    QString text() const;
+};
+
+// The one road into the plug-in: the reference host core with the standard components over the
+// chosen smart-key driver, the plug-in loaded by path and initialised with that core, and one
+// scriptable object. The command line, the web bridge, the benchmarks, the fuzzers and the
+// end-to-end tests all drive the plug-in through a session.
+//
+// Per-operation components are reclaimed after every call, so a long session does not grow.
+// Calling thread only.
+class HostSession : public ScriptableCalls
+{
+public:
+    // Null with `error` set when the host log cannot be opened, or the plug-in cannot be loaded,
+    // initialised or made to create its scriptable object; the error names the path.
+    static std::unique_ptr<HostSession> start(const SessionOptions &options, QString *error);
+
+    // The plug-in's objects first, then its core agent (ComponentDestroy), then the host core:
+    // the order the plug-in expects.
+    ~HostSession() override;
+    HostSession(const HostSession &) = delete;
+    HostSession &operator=(const HostSession &) = delete;
+
+    // Calls `method` by name and reclaims the per-operation components after it. The failure
+    // value (false, "false") comes back as it is; no other call is made.
+    Invocation invoke(const QString &method, const QVariantList &arguments = {}) override;
+
+    // invoke(), with a failure value explained by WebGetLastErrorMsg, called right after.
+    Answer call(const QString &method, const QVariantList &arguments = {});
+
+    // WebGetLastErrorMsg, or a note when even that cannot be called.
+    QString lastErrorMessage();
+
+    // The scriptable object, for the callers that look at its meta-object (its method list).
+    const QObject *scriptable() const { return m_calls.target(); }
+    HostCore &core() { return *m_core; }
+    const QString &pluginPath() const { return m_pluginPath; }
+
+private:
+    HostSession();
+
+    std::unique_ptr<HostCore> m_core;
+    std::unique_ptr<PluginLoader> m_plugin;
+    ObjectCalls m_calls{nullptr};
+    QString m_pluginPath;
+};
+
+} // namespace zthost
