@@ -36,7 +36,6 @@ std::unique_ptr<HostSession> HostSession::start(const HostOptions &options, QStr
     session->m_plugin = PluginLoader::load(options.pluginPath, error);
     if (!session->m_plugin || !session->m_plugin->initialize(session->m_core.get(), error))
         return nullptr;
-    session->m_linked.installUnlessSameFile(options.pluginPath, session->m_core.get());
 
     session->m_scriptable = session->m_plugin->createComponent(
         QLatin1String(ComponentIds::kCryptographicProgId));
@@ -52,7 +51,6 @@ HostSession::~HostSession()
 {
     if (m_plugin)
         m_plugin->shutdown();
-    m_linked.release();
     m_core.reset();
     m_plugin.reset();
 }

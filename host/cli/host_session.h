@@ -1,7 +1,6 @@
 #pragma once
 
 #include "host_options.h"
-#include "linked_plugin.h"
 
 #include "core/host_core.h"
 #include "core/plugin_loader.h"
@@ -58,7 +57,6 @@ private:
 
     std::unique_ptr<HostCore> m_core;
     std::unique_ptr<PluginLoader> m_plugin;
-    LinkedPluginCore m_linked;
     QObject *m_scriptable = nullptr;
     QString m_pluginPath;
 };
