@@ -2,10 +2,11 @@
 
 #include "command_line.h"
 #include "console.h"
-#include "envelope_maker.h"
 #include "random_pin.h"
 #include "session_steps.h"
 #include "step_table.h"
+
+#include "sealer/envelope_sealer.h"
 
 #include <softskf/provision.h>
 
@@ -118,8 +119,7 @@ ExitCode runDemo(const QStringList &arguments)
     });
     table.run(QStringLiteral("make envelope"), [&] {
         QString error;
-        state.envelope = makeEnvelope(state.certificate, text, &error);
-        state.session->core().reclaim();
+        state.envelope = sealEnvelope(state.certificate, text, &error);
         if (state.envelope.isEmpty())
             return StepResult{false, error};
         return StepResult{true, QStringLiteral("%1-byte text in a %2-byte envelope")

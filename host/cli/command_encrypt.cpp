@@ -2,9 +2,10 @@
 
 #include "certificate_input.h"
 #include "command_line.h"
-#include "envelope_maker.h"
 #include "file_io.h"
 #include "session_steps.h"
+
+#include "sealer/envelope_sealer.h"
 
 namespace zthost::cli {
 
@@ -32,13 +33,12 @@ ExitCode runEncrypt(const QStringList &arguments)
     line.setNotes(QStringLiteral(
         "How the envelope is made: a fresh random 16-byte SM4 key is SM2-encrypted with OpenSSL to "
         "the\ncertificate's public key, the content is SM4-ECB encrypted with PKCS#7 padding, and "
-        "the plug-in's\nZtEnvelopeData assembles the envelope through the host's ASN.1 component. "
-        "The SM2 encryption is\nmade again, with fresh randomness, until neither coordinate of "
-        "C1 starts with a zero byte: each\nis then exactly 32 bytes, the host writes them as "
-        "strict DER INTEGERs (which OpenSSL requires),\nand the plug-in reads the key back whole "
-        "(a shorter coordinate would be read back short).\n\n"
-        "The envelope is built by the copy of the plug-in this program was linked with; when "
-        "--plugin\nnames another file, the host core is installed on both."));
+        "the host's own\nsealer writes the envelope's DER with OpenSSL, every INTEGER minimal. "
+        "The SM2 encryption is made\nagain, with fresh randomness, until neither coordinate of C1 "
+        "starts with a zero byte: each is then\nexactly 32 bytes, and the plug-in reads the key "
+        "back whole (a shorter coordinate would be read\nback short).\n\n"
+        "No plug-in is loaded and no key device is opened: the options every command shares have "
+        "no\neffect here."));
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
@@ -64,11 +64,7 @@ ExitCode runEncrypt(const QStringList &arguments)
         return failed(QStringLiteral("%1 is empty: an envelope needs at least one byte of content")
                           .arg(line.value(kIn)));
 
-    std::unique_ptr<HostSession> session = startHost(line.hostOptions());
-    if (!session)
-        return ExitCode::Failure;
-    const QByteArray envelope = makeEnvelope(certificate, content, &error);
-    session->core().reclaim();
+    const QByteArray envelope = sealEnvelope(certificate, content, &error);
     if (envelope.isEmpty())
         return failed(error);
     if (!writeResult(line.value(kOut), envelope.toBase64() + '\n', &error))

@@ -4,6 +4,7 @@
 
 #include "openssl_envelope.h"
 #include "qt_printers.h"
+#include "sealer/envelope_sealer.h"
 #include "zt_envelope_data.h"
 
 namespace {
@@ -118,14 +119,49 @@ TEST_F(EndToEnd, envelopeBuiltByTheLibraryForTheKeysCertificateOpensOnTheKey)
     EXPECT_EQ(decode(base64(built)), base64(content));
 }
 
+TEST_F(EndToEnd, envelopesFromTheSealerAndFromTheLibraryBuilderBothOpenOnTheKey)
+{
+    provision(QStringLiteral("alpha"));
+    startHost();
+    ASSERT_TRUE(openKey());
+    ASSERT_TRUE(verifyPin(QLatin1String(kUserPin)));
+    const QByteArray certificate = QByteArray::fromBase64(certificateData().toLatin1());
+    const QByteArray content = QByteArrayLiteral("sealed on the host, opened on the key");
+    const QByteArray sessionKey = randomBytes(16);
+    QString error;
+    const QByteArray sealed = zthost::sealEnvelope(certificate, content, sessionKey, &error);
+    ASSERT_FALSE(sealed.isEmpty()) << error.toStdString();
+
+    // The library's builder, given the very parts the sealer used: its session-key ciphertext
+    // and the same encrypted content.
+    DerNode root;
+    ASSERT_TRUE(parseDer(sealed, &root));
+    const DerNode *encryptedKey = &root;
+    for (int index : {1, 0, 1, 0, 3}) // [0] EnvelopedData, RecipientInfo, encryptedKey
+        encryptedKey = encryptedKey ? encryptedKey->child(index) : nullptr;
+    ASSERT_NE(encryptedKey, nullptr);
+    Sm2CiphertextFields fields;
+    ASSERT_TRUE(splitSm2Ciphertext(encryptedKey->content, &fields));
+    ZtEnvelopeData builder;
+    builder.SetRecCert(certificate);
+    builder.SetEncKeyData(packedKeyData(fields));
+    builder.SetEncContent(sm4EcbEncrypt(sessionKey, content));
+    const QByteArray built = builder.build();
+    ASSERT_FALSE(built.isEmpty());
+
+    EXPECT_EQ(decode(base64(sealed)), base64(content));
+    EXPECT_EQ(decode(base64(built)), base64(content));
+    // Whole coordinates leave the two writers nothing to differ on.
+    EXPECT_EQ(built.toHex(), sealed.toHex());
+}
+
 TEST_F(EndToEnd, emptyContentIsADecryptFailure)
 {
     provision(QStringLiteral("alpha"));
     startHost();
     ASSERT_TRUE(openKey());
     ASSERT_TRUE(verifyPin(QLatin1String(kUserPin)));
-    const QByteArray envelope
-        = makeEnvelopeWithOpenSsl(storedCertificate(QStringLiteral("alpha")), QByteArray());
+    const QByteArray envelope = makeEnvelopeOfNoContent(storedCertificate(QStringLiteral("alpha")));
     ASSERT_FALSE(envelope.isEmpty());
     EXPECT_EQ(decode(base64(envelope)), QStringLiteral("false"));
     EXPECT_EQ(lastErrorMessage(), messageOf(kDecryptFailedCode));

@@ -1,5 +1,9 @@
 #include "openssl_envelope.h"
 
+#include "sealer/envelope_sealer.h"
+
+#include <QString>
+
 #include <openssl/asn1.h>
 #include <openssl/bio.h>
 #include <openssl/bn.h>
@@ -16,7 +20,6 @@ const QByteArray kDataOid = QByteArrayLiteral("\x2A\x81\x1C\xCF\x55\x06\x01\x04\
 const QByteArray kSm2EncryptionOid = QByteArrayLiteral("\x2A\x81\x1C\xCF\x55\x01\x82\x2D\x03");
 const QByteArray kSm4EcbOid = QByteArrayLiteral("\x2A\x81\x1C\xCF\x55\x01\x68\x01");
 constexpr int kSessionKeyLength = 16;
-constexpr int kWholeCoordinateAttempts = 64; // a short one comes once in 128 tries
 constexpr int kNestingLimit = 64;
 
 struct CtxFree
@@ -83,13 +86,8 @@ bool parseNodes(const unsigned char *p, long length, int depth, QList<DerNode> *
 
 } // namespace
 
-Sm2Identity makeSm2Identity(const char *commonName)
+QByteArray selfSignedCertificateDer(EVP_PKEY *key, const EVP_MD *digest, const char *commonName)
 {
-    Sm2Identity identity;
-    identity.key.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "SM2"));
-    if (!identity.key)
-        return identity;
-
     Owned<X509> x509(X509_new());
     X509_set_version(x509.get(), 2);
     ASN1_INTEGER_set_int64(X509_get_serialNumber(x509.get()), 0x0102030405);
@@ -99,12 +97,23 @@ Sm2Identity makeSm2Identity(const char *commonName)
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
                                reinterpret_cast<const unsigned char *>(commonName), -1, -1, 0);
     X509_set_issuer_name(x509.get(), name);
-    X509_set_pubkey(x509.get(), identity.key.get());
-    if (X509_sign(x509.get(), identity.key.get(), EVP_sm3()) <= 0)
-        return identity;
+    X509_set_pubkey(x509.get(), key);
+    if (X509_sign(x509.get(), key, digest) <= 0)
+        return QByteArray();
     unsigned char *der = nullptr;
     const int length = i2d_X509(x509.get(), &der);
-    identity.certificateDer = i2dBytes(length, der);
+    return i2dBytes(length, der);
+}
+
+Sm2Identity makeSm2Identity(const char *commonName)
+{
+    Sm2Identity identity;
+    identity.key.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "SM2"));
+    if (!identity.key)
+        return identity;
+    identity.certificateDer = selfSignedCertificateDer(identity.key.get(), EVP_sm3(), commonName);
+    if (identity.certificateDer.isEmpty())
+        return identity;
 
     BIGNUM *x = nullptr;
     BIGNUM *y = nullptr;
@@ -315,28 +324,29 @@ bool issuerAndSerialOf(const QByteArray &certificateDer, QByteArray *issuerDer,
 QByteArray makeEnvelopeWithOpenSsl(const QByteArray &recipientCertDer, const QByteArray &content,
                                    QByteArray *sessionKey)
 {
+    const QByteArray key = randomBytes(kSessionKeyLength);
+    QString error;
+    const QByteArray envelope = zthost::sealEnvelope(recipientCertDer, content, key, &error);
+    if (envelope.isEmpty())
+        qWarning("makeEnvelopeWithOpenSsl: %s", qPrintable(error));
+    else if (sessionKey)
+        *sessionKey = key;
+    return envelope;
+}
+
+QByteArray makeEnvelopeOfNoContent(const QByteArray &recipientCertDer)
+{
     EnvelopeParts parts;
-    EvpPkeyPtr recipient = publicKeyOfCertificate(recipientCertDer);
-    if (!recipient || !issuerAndSerialOf(recipientCertDer, &parts.issuerDer, &parts.serialDer))
+    if (!issuerAndSerialOf(recipientCertDer, &parts.issuerDer, &parts.serialDer))
         return QByteArray();
     const QByteArray key = randomBytes(kSessionKeyLength);
-    // About one ciphertext in 128 has a coordinate shorter than 32 octets, which the plug-in's
-    // envelope reader appends short (its documented behaviour), so the key could not be
-    // imported. Envelopes for the whole road are made again until both coordinates are whole;
-    // the tests of short coordinates build theirs from sm2Encrypt directly.
-    Sm2CiphertextFields fields;
-    for (int attempt = 0; attempt < kWholeCoordinateAttempts; ++attempt) {
-        parts.encryptedKey = sm2Encrypt(recipient.get(), key);
-        if (splitSm2Ciphertext(parts.encryptedKey, &fields) && fields.x.size() >= 32
-            && fields.y.size() >= 32)
-            break;
-        parts.encryptedKey.clear();
-    }
-    parts.encryptedContent = sm4EcbEncrypt(key, content);
-    if (parts.encryptedKey.isEmpty() || parts.encryptedContent.isEmpty())
+    QString error;
+    parts.encryptedKey = zthost::sealSessionKey(recipientCertDer, key, &error);
+    parts.encryptedContent = sm4EcbEncrypt(key, QByteArray());
+    if (parts.encryptedKey.isEmpty()) {
+        qWarning("makeEnvelopeOfNoContent: %s", qPrintable(error));
         return QByteArray();
-    if (sessionKey)
-        *sessionKey = key;
+    }
     return assembleEnvelope(parts);
 }
 

@@ -2,6 +2,7 @@
 
 // Digital envelopes, SM2 keys and certificates made and read with OpenSSL alone, never with the
 // library or the host's ASN.1 component: the independent side of the interoperability tests.
+// Envelopes that only need to open on the road come from the host's sealer, itself OpenSSL only.
 
 #include <QByteArray>
 #include <QList>
@@ -25,6 +26,12 @@ struct Sm2Identity
     QByteArray publicXY; // X ‖ Y, 32 bytes each, as OpenSSL sees the key
 };
 Sm2Identity makeSm2Identity(const char *commonName = "Envelope Recipient");
+
+// A self-signed certificate of any key OpenSSL signs with, `digest` the signature's hash
+// (EVP_sm3() for SM2, EVP_sha256() for RSA or P-256): serial, issuer and subject as above.
+// Empty on failure.
+QByteArray selfSignedCertificateDer(EVP_PKEY *key, const EVP_MD *digest,
+                                    const char *commonName = "Envelope Recipient");
 
 // The public key of a DER or PEM certificate; null when OpenSSL cannot read it.
 EvpPkeyPtr publicKeyOfCertificate(const QByteArray &certificate);
@@ -100,12 +107,17 @@ QByteArray assembleEnvelope(const EnvelopeParts &parts);
 bool issuerAndSerialOf(const QByteArray &certificateDer, QByteArray *issuerDer,
                        QByteArray *serialDer);
 
-// A complete envelope of `content` for the recipient certificate (DER): a random SM4 key,
-// SM2-encrypted to the certificate's key with both coordinates of C1 at least 32 octets (the
-// plug-in cannot read a shorter one back), the content SM4-ECB encrypted with PKCS#7 padding.
-// The session key is handed back when asked for. Empty on failure.
+// A complete envelope of `content` for the recipient certificate (DER), from the host's sealer
+// (host/sealer): a random SM4 key, SM2-encrypted to the certificate's key with both coordinates
+// of C1 whole 32 octets (the plug-in cannot read a shorter one back), the content SM4-ECB
+// encrypted with PKCS#7 padding. The session key is handed back when asked for. Empty, with the
+// sealer's reason as a warning, on failure; the sealer refuses empty content.
 QByteArray makeEnvelopeWithOpenSsl(const QByteArray &recipientCertDer, const QByteArray &content,
                                    QByteArray *sessionKey = nullptr);
+
+// The envelope the sealer refuses to make: SM4-ECB of no content at all (one block of
+// padding), the session key sealed as the sealer seals it. Empty on failure.
+QByteArray makeEnvelopeOfNoContent(const QByteArray &recipientCertDer);
 
 // Opens an envelope with OpenSSL alone and the recipient's private key: the plaintext, or
 // empty when any step fails.
