@@ -18,23 +18,23 @@ void overwrite(void *data, std::size_t size)
 void wipePin(QString &pin)
 {
     // data() on a shared string would detach it: a fresh copy wiped, the original untouched.
-    if (pin.isDetached() && !pin.isEmpty())
+    if (pin.isDetached())
         overwrite(pin.data(), std::size_t(pin.size()) * sizeof(QChar));
-    pin = QString();
+    else
+        pin = QString();
 }
 
 void wipePin(QByteArray &pin)
 {
-    if (pin.isDetached() && !pin.isEmpty())
+    if (pin.isDetached())
         overwrite(pin.data(), std::size_t(pin.size()));
-    pin = QByteArray();
+    else
+        pin = QByteArray();
 }
 
 void wipePin(std::string &pin)
 {
-    if (!pin.empty())
-        overwrite(pin.data(), pin.size());
-    pin.clear();
+    overwrite(pin.data(), pin.size());
 }
 
 } // namespace zthost

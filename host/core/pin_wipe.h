@@ -21,8 +21,9 @@ namespace zthost {
 //   channel parsed it. What the plug-in and the driver copy internally is beyond the host's
 //   reach too.
 
-// Overwrites the PIN's characters with zeros when this is the only reference to them, then
-// empties the string either way.
+// Overwrites the PIN's characters with zeros in place when this is the only reference to them
+// (the buffer then stays allocated, zeroed, until the string goes); otherwise lets this
+// reference go, leaving an empty string.
 void wipePin(QString &pin);
 void wipePin(QByteArray &pin);
 void wipePin(std::string &pin);

@@ -2,35 +2,10 @@
 
 #include "test_data.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 
 using namespace zthost;
-
-namespace {
-
-// A host application has an application object; so does this program, made once for all tests.
-class HostApplication : public ::testing::Environment
-{
-public:
-    void SetUp() override
-    {
-        m_app = std::make_unique<QCoreApplication>(m_argc, m_argv);
-    }
-    void TearDown() override { m_app.reset(); }
-
-private:
-    int m_argc = 1;
-    char m_name[8] = "zt-e2e";
-    char *m_argv[2] = {m_name, nullptr};
-    std::unique_ptr<QCoreApplication> m_app;
-};
-
-::testing::Environment *const kHostApplication
-    = ::testing::AddGlobalTestEnvironment(new HostApplication);
-
-} // namespace
 
 void EndToEnd::SetUp()
 {

@@ -19,10 +19,8 @@
 #include "core/host_core.h"
 #include "session/standard_components.h"
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QHash>
-#include <QLoggingCategory>
 #include <QSet>
 
 #include <gtest/gtest.h>
@@ -35,26 +33,6 @@ namespace {
 const char kUserPin[] = "fault-pin-1234";
 const char kDevice[] = "faulty";
 const QByteArray kContent = QByteArrayLiteral("content that survives every fault");
-
-// The program's application object, as a host has one.
-class HostApplication : public ::testing::Environment
-{
-public:
-    void SetUp() override
-    {
-        m_app = std::make_unique<QCoreApplication>(m_argc, m_argv);
-        QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
-    }
-    void TearDown() override { m_app.reset(); }
-
-private:
-    int m_argc = 1;
-    char m_name[9] = "zt-fault";
-    char *m_argv[2] = {m_name, nullptr};
-    std::unique_ptr<QCoreApplication> m_app;
-};
-::testing::Environment *const kHostApplication
-    = ::testing::AddGlobalTestEnvironment(new HostApplication);
 
 QString messageOf(unsigned long code)
 {

@@ -1,7 +1,6 @@
 // The host core as the plug-in sees it: components by ProgID or class identifier, the log
 // methods, and per-operation components reclaimed so that memory stays bounded.
 
-#include "test_host_core_application.h"
 
 #include <plugin_host/component_ids.h>
 #include "core/host_core.h"

@@ -1,7 +1,6 @@
 // The plug-in loader: refusals that name the file and the symbol, the built plug-in driven by
 // name through the real host core, and the shut-down order.
 
-#include "test_host_core_application.h"
 
 #include <plugin_host/component_ids.h>
 #include "core/host_core.h"
