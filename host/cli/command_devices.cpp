@@ -31,7 +31,9 @@ ExitCode runDevices(const QStringList &arguments)
                      QStringLiteral("Lists the key devices the smart-key driver sees, each "
                                     "application on its own line, with the user PIN's tries "
                                     "left.\nNothing is written to standard output when there is "
-                                    "no device."));
+                                    "no device. A device or application that cannot be read "
+                                    "is named on standard error, the others are still listed, "
+                                    "and the exit status is 1."));
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);

@@ -1,5 +1,7 @@
 #include "file_io.h"
 
+#include "test_seams.h"
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -35,7 +37,7 @@ int openRetrying(const char *path, int flags, mode_t mode = 0)
 bool writeAll(int fd, const unsigned char *data, std::size_t size)
 {
     while (size != 0) {
-        const ssize_t n = ::write(fd, data, size);
+        const ssize_t n = seams::write(seams::kWriteTemporary, fd, data, size);
         if (n < 0) {
             if (errno == EINTR)
                 continue;
@@ -61,7 +63,7 @@ void syncFolder(const std::string &folder)
 {
     const int fd = openRetrying(folder.c_str(), O_RDONLY | O_DIRECTORY);
     if (fd >= 0) {
-        ::fsync(fd);
+        seams::fsync(seams::kSyncFolder, fd);
         ::close(fd);
     }
 }
@@ -134,7 +136,7 @@ Status writeFileAtomically(const std::string &path, const unsigned char *data, s
                                "cannot create " + temporary + ": " + errnoText(error));
     }
     ::fchmod(fd, kFileMode);
-    const bool written = writeAll(fd, data, size) && ::fsync(fd) == 0;
+    const bool written = writeAll(fd, data, size) && seams::fsync(seams::kSyncTemporary, fd) == 0;
     const int writeError = errno;
     ::close(fd);
     if (!written) {
@@ -143,7 +145,7 @@ Status writeFileAtomically(const std::string &path, const unsigned char *data, s
                                                      + " bytes to " + temporary + ": "
                                                      + errnoText(writeError));
     }
-    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+    if (seams::rename(seams::kRename, temporary.c_str(), path.c_str()) != 0) {
         const int error = errno;
         ::unlink(temporary.c_str());
         return Status::failure(SAR_WRITEFILEERR,

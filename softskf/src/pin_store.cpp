@@ -3,6 +3,7 @@
 #include "device_layout.h"
 #include "file_io.h"
 #include "pin_kdf.h"
+#include "test_seams.h"
 
 namespace softskf {
 
@@ -46,10 +47,12 @@ Status verifyPinCounting(const std::string &applicationDir, PinKind kind, const 
     Status status = lock.acquire(joinPath(applicationDir, layout::kApplicationLock));
     if (!status.ok())
         return status;
+    seams::reach(seams::kPinLocked);
     PinRecord record;
     status = readPinRecord(applicationDir, kind, &record);
     if (!status.ok())
         return status;
+    seams::reach(seams::kPinRead);
     if (record.remainingRetries == 0)
         return Status::failure(SAR_PIN_LOCKED, "PIN is locked after "
                                                    + std::to_string(record.maxRetries)
@@ -58,11 +61,13 @@ Status verifyPinCounting(const std::string &applicationDir, PinKind kind, const 
     status = pinMatches(record, pin, &matches);
     if (!status.ok())
         return status;
+    seams::reach(seams::kPinCompared);
     if (!matches) {
         record.remainingRetries -= 1;
         status = writePinRecord(applicationDir, kind, record);
         if (!status.ok())
             return status;
+        seams::reach(seams::kPinWritten);
         *remaining = record.remainingRetries;
         return Status::failure(SAR_PIN_INCORRECT, "wrong PIN, "
                                                       + std::to_string(record.remainingRetries)
@@ -78,6 +83,7 @@ Status verifyPinCounting(const std::string &applicationDir, PinKind kind, const 
         status = writePinRecord(applicationDir, kind, record);
         if (!status.ok())
             return status;
+        seams::reach(seams::kPinWritten);
     }
     *remaining = record.remainingRetries;
     return Status::success();

@@ -120,6 +120,19 @@ TEST_F(CliEnvelope, pinComesFromTheEnvironment)
     EXPECT_EQ(opened.out, QByteArrayLiteral("from the environment"));
 }
 
+TEST_F(CliEnvelope, pinOptionWinsOverTheEnvironmentAndCostsNoTry)
+{
+    ASSERT_EQ(encrypt(QStringLiteral("text.txt"), "option over environment").exitCode, 0);
+    const CliRun opened = run({"decrypt", "--pin", kUserPin, "--in", workFile(QStringLiteral("text.txt.env"))},
+                              {{QStringLiteral("ZTHOST_PIN"), QLatin1String(kWrongPin)}});
+    EXPECT_EQ(opened.exitCode, 0) << opened.err.constData();
+    EXPECT_EQ(opened.out, QByteArrayLiteral("option over environment"));
+    EXPECT_EQ(opened.err, QByteArray());
+    EXPECT_EQ(run({"devices"}).outText(), QStringLiteral("device  application  user PIN tries left\n"
+                                                         "alpha   SOFTAPP      6 of 6\n"))
+        << "the PIN in the environment was tried";
+}
+
 TEST_F(CliEnvelope, noPinAndNoTerminalIsAUsageError)
 {
     ASSERT_EQ(encrypt(QStringLiteral("text.txt"), "x").exitCode, 0);

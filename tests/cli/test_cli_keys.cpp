@@ -2,6 +2,8 @@
 
 #include "cli_process.h"
 
+#include <QFile>
+
 TEST_F(CliTest, keygenThenDevicesShowsTheDeviceWithSixTries)
 {
     const CliRun made = run({"keygen", "--name", "alpha", "--pin", kUserPin, "--admin-pin", kAdminPin});
@@ -54,6 +56,24 @@ TEST_F(CliTest, devicesWithNoDeviceWritesNothingToStandardOutput)
     EXPECT_EQ(listed.exitCode, 0);
     EXPECT_EQ(listed.out, QByteArray());
     EXPECT_TRUE(listed.errText().contains(QStringLiteral("no key device"))) << listed.err.constData();
+}
+
+TEST_F(CliTest, devicesListsTheHealthyDeviceAndNamesTheDamagedOneThenFails)
+{
+    provision(QStringLiteral("alpha"));
+    provision(QStringLiteral("bravo"));
+    QFile record(root() + QStringLiteral("/bravo/device.dat"));
+    ASSERT_TRUE(record.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    ASSERT_EQ(record.write("not a device record"), 19);
+    record.close();
+
+    const CliRun listed = run({"devices"});
+    EXPECT_EQ(listed.exitCode, 1);
+    EXPECT_EQ(listed.outText(), QStringLiteral("device  application  user PIN tries left\n"
+                                               "alpha   SOFTAPP      6 of 6\n"));
+    EXPECT_EQ(listed.errText(), QStringLiteral("zthost: device \"bravo\": SKF_ConnectDev failed: "
+                                               "0x0A000004 SAR_FILEERR (a file operation on the "
+                                               "device failed)\n"));
 }
 
 TEST_F(CliTest, devicesWithAMissingDriverFailsNamingIt)

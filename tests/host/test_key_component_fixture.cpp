@@ -35,7 +35,7 @@ void KeyComponentTest::unplug(const QString &name)
 KeyComponent &KeyComponentTest::component()
 {
     if (!m_component)
-        m_component = std::make_unique<KeyComponent>(QStringLiteral(ZT_SOFTSKF_DRIVER_PATH), log);
+        m_component = std::make_unique<KeyComponent>(m_driverPath, log);
     return *m_component;
 }
 

@@ -31,6 +31,9 @@ protected:
     // Removes a device's folder while the driver may still have it connected.
     void unplug(const QString &name);
 
+    // The driver component() loads: the software device's unless a test names another before
+    // its first call of component().
+    void useDriver(const QString &path) { m_driverPath = path; }
     zthost::KeyComponent &component();
     // Device 0, opened; fails the test when it cannot be.
     zthost::KeyObject *openFirst();
@@ -46,5 +49,6 @@ private:
     SoftKeyRoot m_root;
     QTemporaryDir m_logDir;
     QString m_logPath;
+    QString m_driverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
     std::unique_ptr<zthost::KeyComponent> m_component;
 };

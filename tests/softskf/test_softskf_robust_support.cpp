@@ -150,6 +150,45 @@ RoadResult walkRoad(const RoadInput &input)
     return result;
 }
 
+ULONG remainingTries(const std::string &device, ULONG *code)
+{
+    std::string name = device;
+    char application[] = "SOFTAPP";
+    DEVHANDLE handle = nullptr;
+    HAPPLICATION app = nullptr;
+    ULONG max = 0, left = 0;
+    BOOL isDefault = FALSE;
+    ULONG rv = SKF_ConnectDev(name.data(), &handle);
+    if (rv == SAR_OK) {
+        rv = SKF_OpenApplication(handle, application, &app);
+        if (rv == SAR_OK)
+            rv = SKF_GetPINInfo(app, USER_TYPE, &max, &left, &isDefault);
+        SKF_DisConnectDev(handle);
+    }
+    if (code)
+        *code = rv;
+    else
+        EXPECT_EQ(rv, SAR_OK) << "the counter cannot be read: " << hexCode(rv);
+    return left;
+}
+
+ULONG verifyOnce(const std::string &device, const char *pin)
+{
+    std::string name = device, text = pin;
+    char application[] = "SOFTAPP";
+    DEVHANDLE handle = nullptr;
+    HAPPLICATION app = nullptr;
+    ULONG rv = SKF_ConnectDev(name.data(), &handle);
+    if (rv != SAR_OK)
+        return rv;
+    rv = SKF_OpenApplication(handle, application, &app);
+    ULONG retries = 0;
+    if (rv == SAR_OK)
+        rv = SKF_VerifyPIN(app, USER_TYPE, text.data(), &retries);
+    SKF_DisConnectDev(handle);
+    return rv;
+}
+
 bool dropFileAccessOverride()
 {
     __user_cap_header_struct header{};

@@ -53,6 +53,13 @@ RoadResult walkRoad(const RoadInput &input);
 // A session key wrapped for a device's certificate and content encrypted with it.
 RoadInput roadFor(const std::string &root, const std::string &device);
 
+// The user PIN's tries left as a fresh connection reads them from disk. With `code` null a
+// failure to read them fails the test; else the failure's code goes there.
+ULONG remainingTries(const std::string &device, ULONG *code = nullptr);
+
+// One user PIN check on a connection of its own; answers the check's code.
+ULONG verifyOnce(const std::string &device, const char *pin);
+
 // Removes CAP_DAC_OVERRIDE and CAP_DAC_READ_SEARCH from this process's effective set, so that
 // file modes bind a root process too. Call in a child only. False when that cannot be done.
 bool dropFileAccessOverride();
