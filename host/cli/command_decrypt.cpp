@@ -6,14 +6,14 @@
 #include "pin_source.h"
 #include "session_steps.h"
 
+#include <plugin_host/session_key_algorithm.h>
+
 namespace zthost::cli {
 
 namespace {
 const QString kPin = QStringLiteral("pin");
 const QString kIn = QStringLiteral("in");
 const QString kOut = QStringLiteral("out");
-// SGD_SM4_ECB; the plug-in uses it whatever it is told.
-constexpr qulonglong kSm4Ecb = 0x401;
 } // namespace
 
 ExitCode runDecrypt(const QStringList &arguments)
@@ -44,7 +44,7 @@ ExitCode runDecrypt(const QStringList &arguments)
     QString error;
     if (!readWholeFile(line.value(kIn), &file, &error))
         return failed(error);
-    const Pin pin = readPin(line.optionalValue(kPin), QStringLiteral("User PIN: "));
+    Pin pin = readPin(line.optionalValue(kPin), QStringLiteral("User PIN: "));
     if (pin.origin == PinOrigin::Missing)
         return line.usageError(QStringLiteral("no user PIN: give --pin, set ZTHOST_PIN, or run "
                                               "on a terminal to be asked"));
@@ -52,11 +52,10 @@ ExitCode runDecrypt(const QStringList &arguments)
     std::unique_ptr<HostSession> session = startHost(line.hostOptions());
     if (!session || !openKey(*session))
         return ExitCode::Failure;
-    const Answer verified = session->call(QStringLiteral("WebVerifyPin"), {pin.text});
-    if (!verified.succeeded)
-        return failed(verified.failure);
+    if (!verifyPin(*session, pin.text))
+        return ExitCode::Failure;
     const Answer decoded = session->call(QStringLiteral("WebZtDecode"),
-                                         {envelopeAsBase64(file), QVariant::fromValue(kSm4Ecb)});
+                                         {envelopeAsBase64(file), QVariant::fromValue<qulonglong>(ZtSessionKey::kAlgorithmId)});
     if (!decoded.succeeded)
         return failed(decoded.failure);
     if (!writeResult(line.value(kOut), QByteArray::fromBase64(decoded.text().toLatin1()), &error))

@@ -2,11 +2,13 @@
 
 #include "command_line.h"
 #include "console.h"
-#include "random_pin.h"
+#include "pin_source.h"
 #include "session_steps.h"
 #include "step_table.h"
 
 #include "sealer/envelope_sealer.h"
+
+#include <plugin_host/session_key_algorithm.h>
 
 #include <softskf/provision.h>
 
@@ -21,7 +23,6 @@ const char kDeviceName[] = "demo";
 const char kContainerName[] = "SM2Container";
 constexpr int kUserPinDigits = 6;
 constexpr int kAdminPinDigits = 8;
-constexpr qulonglong kSm4Ecb = 0x401;
 
 QByteArray sampleText()
 {
@@ -129,7 +130,7 @@ ExitCode runDemo(const QStringList &arguments)
     table.run(QStringLiteral("WebZtDecode"), [&] {
         const Answer answer = state.session->call(
             QStringLiteral("WebZtDecode"),
-            {QString::fromLatin1(state.envelope.toBase64()), QVariant::fromValue(kSm4Ecb)});
+            {QString::fromLatin1(state.envelope.toBase64()), QVariant::fromValue<qulonglong>(ZtSessionKey::kAlgorithmId)});
         state.plaintext = QByteArray::fromBase64(answer.text().toLatin1());
         return fromAnswer(answer, QStringLiteral("%1 bytes back").arg(state.plaintext.size()));
     });

@@ -3,8 +3,9 @@
 #include "command_line.h"
 #include "console.h"
 #include "pin_source.h"
-#include "random_pin.h"
 #include "session_steps.h"
+
+#include "core/pin_wipe.h"
 
 #include <softskf/provision.h>
 
@@ -85,7 +86,11 @@ ExitCode runKeygen(const QStringList &arguments)
     options.adminPin = adminPin.toStdString();
     options.maxRetries = retries;
     std::string error;
-    if (!softskf::createDevice(QFile::encodeName(root).toStdString(), options, &error))
+    const bool created = softskf::createDevice(QFile::encodeName(root).toStdString(), options, &error);
+    // The device keeps only hashes and sealed keys; these copies go now (core/pin_wipe.h).
+    wipePin(options.userPin);
+    wipePin(options.adminPin);
+    if (!created)
         return failed(QStringLiteral("cannot make device \"%1\" in %2: %3")
                           .arg(line.value(kName), root, QString::fromStdString(error)));
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "exit_code.h"
+#include "command_line.h"
 
 #include <QList>
 #include <QStringList>

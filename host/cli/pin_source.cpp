@@ -2,6 +2,8 @@
 
 #include "core/pin_wipe.h"
 
+#include <QRandomGenerator>
+
 #include <termios.h>
 #include <unistd.h>
 
@@ -51,6 +53,15 @@ Pin readPin(const std::optional<QString> &fromOption, const QString &prompt)
             return {typed, PinOrigin::Prompt};
     }
     return {};
+}
+
+QString randomDigits(int digits)
+{
+    QString pin;
+    pin.reserve(digits);
+    for (int i = 0; i < digits; ++i)
+        pin += QLatin1Char(char('0' + QRandomGenerator::system()->bounded(10)));
+    return pin;
 }
 
 } // namespace zthost::cli

@@ -20,4 +20,7 @@ struct Pin
 // shown on standard error, e.g. "User PIN: ".
 Pin readPin(const std::optional<QString> &fromOption, const QString &prompt);
 
+// `digits` decimal digits from the system's random source, for PINs the command makes up.
+QString randomDigits(int digits);
+
 } // namespace zthost::cli

@@ -2,6 +2,8 @@
 
 #include "console.h"
 
+#include "core/pin_wipe.h"
+
 namespace zthost::cli {
 
 std::unique_ptr<HostSession> startHost(const SessionOptions &options)
@@ -19,6 +21,17 @@ bool openKey(HostSession &session)
     if (!opened.succeeded)
         printError(opened.failure);
     return opened.succeeded;
+}
+
+bool verifyPin(HostSession &session, QString &pin)
+{
+    QVariantList arguments{pin};
+    const Answer verified = session.call(QStringLiteral("WebVerifyPin"), arguments);
+    arguments.clear();
+    wipePin(pin);
+    if (!verified.succeeded)
+        printError(verified.failure);
+    return verified.succeeded;
 }
 
 ExitCode failed(const QString &message)

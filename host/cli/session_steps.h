@@ -1,6 +1,6 @@
 #pragma once
 
-#include "exit_code.h"
+#include "command_line.h"
 #include "session/host_session.h"
 #include "session/session_options.h"
 
@@ -18,6 +18,10 @@ std::unique_ptr<HostSession> startHost(const SessionOptions &options);
 
 // WebOpenKey; false after printing "WebOpenKey answered false: <message>".
 bool openKey(HostSession &session);
+
+// WebVerifyPin with `pin`, which is wiped after (core/pin_wipe.h); false after printing
+// "WebVerifyPin answered false: <message>".
+bool verifyPin(HostSession &session, QString &pin);
 
 // Prints `message` as a failure and answers ExitCode::Failure.
 ExitCode failed(const QString &message);
