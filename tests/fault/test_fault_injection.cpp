@@ -92,10 +92,11 @@ struct Outcome
 };
 
 // One operation: how to set the host up (no faults), how to run it, and what it may answer.
+// Filled field by field in each test, so every value says what it is.
 struct Operation
 {
-    const char *name;
-    std::function<void(FaultHost &)> setUp;
+    const char *name = "";
+    std::function<void(FaultHost &)> setUp = [](FaultHost &) {};
     std::function<QString(FaultHost &)> run;
     QString success;               // the one answer that is not a failure
     QSet<unsigned long> codes;     // the codes a failure may leave; empty: sets none
@@ -200,35 +201,51 @@ QString boolText(bool value)
 
 TEST_F(FaultInjection, openKeyAnswersFalseWithNoKeyOrOpens)
 {
-    exercise({"WebOpenKey", [](FaultHost &) {},
-              [](FaultHost &h) { return boolText(h.crypto->WebOpenKey()); },
-              QStringLiteral("true"), {1000}, isFalseText});
+    Operation op;
+    op.name = "WebOpenKey";
+    op.run = [](FaultHost &h) { return boolText(h.crypto->WebOpenKey()); };
+    op.success = QStringLiteral("true");
+    op.codes = {1000};
+    op.acceptableFailure = isFalseText;
+    exercise(op);
 }
 
 TEST_F(FaultInjection, verifyPinAnswersFalseWithWrongPinOrLogsIn)
 {
-    exercise({"WebVerifyPin", openKey,
-              [](FaultHost &h) { return boolText(h.crypto->WebVerifyPin(QLatin1String(kUserPin))); },
-              QStringLiteral("true"), {1007, 1000}, isFalseText});
+    Operation op;
+    op.name = "WebVerifyPin";
+    op.setUp = openKey;
+    op.run = [](FaultHost &h) { return boolText(h.crypto->WebVerifyPin(QLatin1String(kUserPin))); };
+    op.success = QStringLiteral("true");
+    op.codes = {1007, 1000};
+    op.acceptableFailure = isFalseText;
+    exercise(op);
 }
 
 TEST_F(FaultInjection, certificateIsTheKeysOrFalseWithAContainerCode)
 {
-    exercise({"WebGetCertData", openAndLogIn,
-              [](FaultHost &h) { return h.crypto->WebGetCertData(QString()); },
-              QString::fromLatin1(s_certificate.toBase64()),
-              {1000, 0x0D000041, 0x0B000035, 0x2008}, isFalseText});
+    Operation op;
+    op.name = "WebGetCertData";
+    op.setUp = openAndLogIn;
+    op.run = [](FaultHost &h) { return h.crypto->WebGetCertData(QString()); };
+    op.success = QString::fromLatin1(s_certificate.toBase64());
+    op.codes = {1000, 0x0D000041, 0x0B000035, 0x2008};
+    op.acceptableFailure = isFalseText;
+    exercise(op);
 }
 
 TEST_F(FaultInjection, decodeIsThePlaintextOrFalseWithADecodeCode)
 {
-    exercise({"WebZtDecode", openAndLogIn,
-              [](FaultHost &h) {
-                  return h.crypto->WebZtDecode(QString::fromLatin1(s_envelope.toBase64()), 0x401);
-              },
-              QString::fromLatin1(kContent.toBase64()),
-              {1000, 0x2005, 0x2006, 0x0B000035, 0x0D000041, 0x2002, 0x2003, 0x2004},
-              isFalseText});
+    Operation op;
+    op.name = "WebZtDecode";
+    op.setUp = openAndLogIn;
+    op.run = [](FaultHost &h) {
+        return h.crypto->WebZtDecode(QString::fromLatin1(s_envelope.toBase64()), 0x401);
+    };
+    op.success = QString::fromLatin1(kContent.toBase64());
+    op.codes = {1000, 0x2005, 0x2006, 0x0B000035, 0x0D000041, 0x2002, 0x2003, 0x2004};
+    op.acceptableFailure = isFalseText;
+    exercise(op);
 }
 
 TEST_F(FaultInjection, buildGivesTheEnvelopeOrAShorterOrEmptyOneAndNoCode)
@@ -252,23 +269,31 @@ TEST_F(FaultInjection, buildGivesTheEnvelopeOrAShorterOrEmptyOneAndNoCode)
         *full = build(host).toLatin1();
         ASSERT_FALSE(full->isEmpty());
     }
-    exercise({"ZtEnvelopeData::build", [](FaultHost &) {}, build, QString::fromLatin1(*full), {},
-              [](const QString &hex) {
-                  DerNode root;
-                  return hex.isEmpty() || parseDer(QByteArray::fromHex(hex.toLatin1()), &root);
-              }});
+    Operation op;
+    op.name = "ZtEnvelopeData::build";
+    op.run = build;
+    op.success = QString::fromLatin1(*full);
+    op.acceptableFailure = [](const QString &hex) {
+        DerNode root;
+        return hex.isEmpty() || parseDer(QByteArray::fromHex(hex.toLatin1()), &root);
+    };
+    exercise(op);
 }
 
 TEST_F(FaultInjection, loadFindsTheContentOrFailsWithALoadCode)
 {
-    exercise({"ZtEnvelopeData::load", [](FaultHost &) {},
-              [](FaultHost &) {
-                  ZtEnvelopeData envelope;
-                  const bool loaded = envelope.load(s_envelope);
-                  // Success is judged by the content alone, which must then be the right one.
-                  if (loaded && envelope.GetEncContent().isEmpty())
-                      return QStringLiteral("loaded without content");
-                  return boolText(loaded);
-              },
-              QStringLiteral("true"), {0x2005, 0x2006}, isFalseText});
+    Operation op;
+    op.name = "ZtEnvelopeData::load";
+    op.run = [](FaultHost &) {
+        ZtEnvelopeData envelope;
+        const bool loaded = envelope.load(s_envelope);
+        // Success is judged by the content alone, which must then be the right one.
+        if (loaded && envelope.GetEncContent().isEmpty())
+            return QStringLiteral("loaded without content");
+        return boolText(loaded);
+    };
+    op.success = QStringLiteral("true");
+    op.codes = {0x2005, 0x2006};
+    op.acceptableFailure = isFalseText;
+    exercise(op);
 }
