@@ -2,23 +2,26 @@
 
 #include "bridge/http_request_head.h"
 #include "bridge/http_response.h"
+#include "bridge/peer_text.h"
 
 #include <QHostAddress>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QWebSocketServer>
 
+#include <sys/socket.h>
+
 namespace zthost::bridge {
 
 namespace {
 
-// Request paths come from the peer; a log line shows no more than this of one.
-constexpr int kMaxLoggedPathChars = 120;
-
-QString shown(const QString &path)
+// True when the peer has sent at least one byte, read by Qt or still in the kernel.
+bool hasSentAnything(QTcpSocket *socket)
 {
-    return path.size() > kMaxLoggedPathChars ? path.left(kMaxLoggedPathChars) + QStringLiteral("...")
-                                             : path;
+    if (socket->bytesAvailable() > 0)
+        return true;
+    char byte = 0;
+    return ::recv(int(socket->socketDescriptor()), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
 }
 
 } // namespace
@@ -33,6 +36,20 @@ FrontDoor::FrontDoor(QWebSocketServer *webSockets, const AccessToken *token, Pag
       m_note(std::move(note))
 {
     connect(&m_server, &QTcpServer::newConnection, this, &FrontDoor::accept);
+}
+
+FrontDoor::~FrontDoor()
+{
+    // The server deletes the sockets it made as it goes, after our members are gone; their
+    // handlers must not run by then.
+    m_server.close();
+    const QList<QTcpSocket *> pending = m_pending;
+    m_pending.clear();
+    for (QTcpSocket *socket : pending) {
+        socket->disconnect(this);
+        socket->abort();
+        delete socket;
+    }
 }
 
 bool FrontDoor::listen(quint16 port, QString *error)
@@ -62,14 +79,9 @@ void FrontDoor::accept()
 {
     while (QTcpSocket *socket = m_server.nextPendingConnection()) {
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-        if (m_pending.size() >= kMaxPendingConnections) {
-            m_note(QStringLiteral("closed a connection: %1 others are still sending their requests")
-                       .arg(m_pending.size()));
-            socket->abort();
-            socket->deleteLater();
-            continue;
-        }
-        m_pending.insert(socket);
+        if (m_pending.size() >= kMaxPendingConnections)
+            evictOnePending();
+        m_pending.append(socket);
         auto *timeout = new QTimer(socket);
         timeout->setObjectName(QStringLiteral("headTimeout"));
         timeout->setSingleShot(true);
@@ -81,15 +93,31 @@ void FrontDoor::accept()
         });
         timeout->start(kHeadTimeoutMs);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readHead(socket); });
-        connect(socket, &QObject::destroyed, this, [this, socket] { m_pending.remove(socket); });
+        connect(socket, &QObject::destroyed, this, [this, socket] { m_pending.removeOne(socket); });
         if (socket->bytesAvailable() > 0)
             readHead(socket);
     }
 }
 
+void FrontDoor::evictOnePending()
+{
+    QTcpSocket *oldest = m_pending.first();
+    for (QTcpSocket *socket : qAsConst(m_pending)) {
+        if (!hasSentAnything(socket)) {
+            oldest = socket;
+            break;
+        }
+    }
+    m_note(QStringLiteral("closed the oldest of %1 connections still sending their requests")
+               .arg(m_pending.size()));
+    forget(oldest);
+    oldest->abort();
+    oldest->deleteLater();
+}
+
 void FrontDoor::forget(QTcpSocket *socket)
 {
-    m_pending.remove(socket);
+    m_pending.removeOne(socket);
     socket->disconnect(this);
     delete socket->findChild<QTimer *>(QStringLiteral("headTimeout"));
 }
@@ -127,14 +155,14 @@ void FrontDoor::readHead(QTcpSocket *socket)
     const QByteArray expectedHost = "127.0.0.1:" + QByteArray::number(port());
     if (head.header("host").toLower() != expectedHost) {
         m_note(QStringLiteral("refused a request for host \"%1\"")
-                   .arg(shown(QString::fromLatin1(head.header("host")))));
+                   .arg(peerText(QString::fromLatin1(head.header("host")), *m_token)));
         respond(socket, 421, "this server answers only " + expectedHost);
         return;
     }
 
     if (head.isWebSocketUpgrade()) {
         if (head.method != "GET" || head.path != QLatin1String(kWebSocketPath)) {
-            m_note(QStringLiteral("refused a WebSocket upgrade for %1").arg(shown(head.path)));
+            m_note(QStringLiteral("refused a WebSocket upgrade for %1").arg(peerText(head.path, *m_token)));
             respond(socket, 404, "no WebSocket here");
             return;
         }

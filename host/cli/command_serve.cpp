@@ -5,6 +5,7 @@
 #include "session_steps.h"
 
 #include "bridge/bridge_options.h"
+#include "bridge/channel_warnings.h"
 #include "bridge/default_web_root.h"
 #include "bridge/termination_signals.h"
 #include "bridge/web_bridge.h"
@@ -57,8 +58,9 @@ ExitCode runServe(const QStringList &arguments)
                     QStringLiteral("Pages connected at once (default %1).").arg(defaults.maxClients),
                     QStringLiteral("N"), QString::number(defaults.maxClients)});
     line.addOption({kMaxMessage,
-                    QStringLiteral("Largest message a page may send, in bytes (default %1); a "
-                                   "larger one closes its connection.")
+                    QStringLiteral("Largest message a page may send, in bytes (default %1: an "
+                                   "envelope of 12 MiB); a larger one closes its connection. "
+                                   "Each page at the limit costs about 10 times it in memory.")
                         .arg(defaults.maxMessageBytes),
                     QStringLiteral("BYTES"), QString::number(defaults.maxMessageBytes)});
     line.addOption({kWeb,
@@ -118,6 +120,9 @@ ExitCode runServe(const QStringList &arguments)
         return ExitCode::Failure;
     HostSession *host = session.get();
     {
+        HostLog &log = host->core().log();
+        const bridge::ChannelWarnings channelWarnings(
+            [&log](const QString &line) { log.warning(QStringLiteral("bridge: ") + line); });
         bridge::WebBridge bridge(host->scriptable(), [host] { host->core().reclaim(); }, options,
                                  &host->core().log());
         QString error;
