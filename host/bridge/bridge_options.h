@@ -17,8 +17,8 @@ struct BridgeOptions
     // Connections open at once; one more is refused before its handshake.
     int maxClients = 4;
     // A WebSocket message (or frame) larger than this closes its connection. The default
-    // takes an envelope of 12 MiB of content in Base64; each page at the limit costs the
-    // bridge about 10 times this while its message is read and judged (README, web bridge).
+    // takes an envelope of 12 MiB of content in Base64; each page sending that much costs the
+    // bridge about twice it while its message is read and judged (README, web bridge).
     qint64 maxMessageBytes = qint64(16) * 1024 * 1024;
     // The folder of the page's files (index.html, page.js, style.css, favicon.svg).
     QString webRoot;

@@ -60,7 +60,7 @@ ExitCode runServe(const QStringList &arguments)
     line.addOption({kMaxMessage,
                     QStringLiteral("Largest message a page may send, in bytes (default %1: an "
                                    "envelope of 12 MiB); a larger one closes its connection. "
-                                   "Each page at the limit costs about 10 times it in memory.")
+                                   "Each page sending that much costs about twice it in memory.")
                         .arg(defaults.maxMessageBytes),
                     QStringLiteral("BYTES"), QString::number(defaults.maxMessageBytes)});
     line.addOption({kWeb,
