@@ -86,6 +86,17 @@ void FrontDoor::accept()
         timeout->setObjectName(QStringLiteral("headTimeout"));
         timeout->setSingleShot(true);
         connect(timeout, &QTimer::timeout, socket, [this, socket] {
+            // The timer may have waited behind a long call on this thread while the head sat
+            // unread: what has arrived is read before the connection is given up.
+            if (hasSentAnything(socket)) {
+                socket->waitForReadyRead(0);
+                if (!m_pending.contains(socket))
+                    return;
+                if (socket->bytesAvailable() > 0)
+                    readHead(socket);
+                if (!m_pending.contains(socket))
+                    return;
+            }
             m_note(QStringLiteral("closed a connection that sent no whole request in %1 ms")
                        .arg(kHeadTimeoutMs));
             forget(socket);
@@ -119,7 +130,12 @@ void FrontDoor::forget(QTcpSocket *socket)
 {
     m_pending.removeOne(socket);
     socket->disconnect(this);
-    delete socket->findChild<QTimer *>(QStringLiteral("headTimeout"));
+    // Later, not now: this may run inside the timer's own timeout.
+    if (auto *timeout = socket->findChild<QTimer *>(QStringLiteral("headTimeout"))) {
+        timeout->stop();
+        timeout->setObjectName(QString());
+        timeout->deleteLater();
+    }
 }
 
 void FrontDoor::respond(QTcpSocket *socket, int status, const QByteArray &text, bool headOnly)
