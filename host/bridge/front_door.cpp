@@ -59,6 +59,9 @@ bool FrontDoor::listen(quint16 port, QString *error)
         *error = QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(port).arg(m_server.errorString());
         return false;
     }
+    // Qt queues 50 connections not yet accepted; a burst of idle ones past that would make a
+    // page's connection wait for the system to retry it, a second or more.
+    ::listen(int(m_server.socketDescriptor()), SOMAXCONN);
     return true;
 }
 

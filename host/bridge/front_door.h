@@ -29,9 +29,11 @@ public:
     // A connection that has not sent a whole request head by then is closed. A browser sends
     // its head at once; a connection that sits idle is someone holding a place.
     static constexpr int kHeadTimeoutMs = 3'000;
-    // Connections still sending their heads. One more makes room by closing the oldest that
-    // has sent nothing yet (else the oldest of all): idle connections cannot keep a page out.
-    static constexpr int kMaxPendingConnections = 32;
+    // Connections still sending their heads: far more than idle connections a local process
+    // bothers to hold (a few KiB and a descriptor each), so a page's connection, which sends
+    // its head at once, is not crowded out. One more makes room by closing the oldest that has
+    // sent nothing yet (else the oldest of all), never by refusing the newcomer.
+    static constexpr int kMaxPendingConnections = 256;
 
     // `webSockets` and `token` must outlive the front door. `hasRoomForClient` says whether
     // one more WebSocket client may connect. `note` receives a line per refusal.
