@@ -97,6 +97,12 @@ QByteArray exchange(quint16 port, const QByteArray &bytes)
     return answer + socket.readAll();
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
 QJsonObject initMessage(int id)
 {
     return {{"type", 3}, {"id", id}};
@@ -210,11 +216,13 @@ TEST_F(BridgeAttackTest, closesAPageThatDoesNotReadItsAnswers)
         burst += RawWebSocket::frame(0x1, compact(initMessage(id)));
     greedy.send(burst);
     const QByteArray closedLine = "closed a WebSocket whose page left 64 answers";
-    ASSERT_TRUE(waitUntil([&] { return hostLog().contains(closedLine); }, 60'000)) << hostLog().right(2000).constData();
+    ASSERT_TRUE(waitUntil([&] { return hostLog().contains(closedLine); }, 120'000)) << hostLog().right(2000).constData();
     const qint64 after = residentBytes(serve.process().processId());
     std::printf("unread answers: server VmRSS %lld KiB before, %lld KiB once closed\n",
                 before / 1024, after / 1024);
-    EXPECT_LT(after - before, qint64(16) * 1024 * 1024);
+    // The sanitizers hold freed memory back on purpose: the figure means nothing there.
+    if (!kSanitized)
+        EXPECT_LT(after - before, qint64(16) * 1024 * 1024);
 
     // The close frame (1008) follows the answers, but a page still sending when it is closed
     // gets a reset from the system, which drops what it had not read: only the end is certain.
@@ -289,8 +297,14 @@ TEST_F(BridgeAttackTest, makesRoomByClosingTheOldestIdleConnection)
     const QByteArray evicted = "closed the oldest of 256 connections still sending their requests";
     ASSERT_TRUE(waitUntil([&] { return hostLog().count(evicted) == kIdle - 256; }, 30'000))
         << hostLog().right(1000).constData();
-    // The first ones went first: the newest are still open.
-    EXPECT_EQ(idle.front()->state(), QAbstractSocket::UnconnectedState);
+    const auto closed = [&] {
+        int count = 0;
+        for (const auto &socket : idle)
+            count += socket->state() == QAbstractSocket::UnconnectedState ? 1 : 0;
+        return count;
+    };
+    EXPECT_TRUE(waitUntil([&] { return closed() == kIdle - 256; })) << closed() << " closed";
+    // The newest stays.
     EXPECT_EQ(idle.back()->state(), QAbstractSocket::ConnectedState);
     EXPECT_EQ(httpRequest(port(), "GET", "/").status, 200);
     idle.clear();
