@@ -16,9 +16,10 @@ struct BridgeOptions
     QStringList extraOrigins;
     // Connections open at once; one more is refused before its handshake.
     int maxClients = 4;
-    // A WebSocket message (or frame) larger than this closes its connection. An envelope of
-    // a few dozen MiB in Base64 still fits the default.
-    qint64 maxMessageBytes = qint64(64) * 1024 * 1024;
+    // A WebSocket message (or frame) larger than this closes its connection. The default
+    // takes an envelope of 12 MiB of content in Base64; each page sending that much costs the
+    // bridge about twice it while its message is read and judged (README, web bridge).
+    qint64 maxMessageBytes = qint64(16) * 1024 * 1024;
     // The folder of the page's files (index.html, page.js, style.css, favicon.svg).
     QString webRoot;
 };

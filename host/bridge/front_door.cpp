@@ -2,23 +2,26 @@
 
 #include "bridge/http_request_head.h"
 #include "bridge/http_response.h"
+#include "bridge/peer_text.h"
 
 #include <QHostAddress>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QWebSocketServer>
 
+#include <sys/socket.h>
+
 namespace zthost::bridge {
 
 namespace {
 
-// Request paths come from the peer; a log line shows no more than this of one.
-constexpr int kMaxLoggedPathChars = 120;
-
-QString shown(const QString &path)
+// True when the peer has sent at least one byte, read by Qt or still in the kernel.
+bool hasSentAnything(QTcpSocket *socket)
 {
-    return path.size() > kMaxLoggedPathChars ? path.left(kMaxLoggedPathChars) + QStringLiteral("...")
-                                             : path;
+    if (socket->bytesAvailable() > 0)
+        return true;
+    char byte = 0;
+    return ::recv(int(socket->socketDescriptor()), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
 }
 
 } // namespace
@@ -35,6 +38,20 @@ FrontDoor::FrontDoor(QWebSocketServer *webSockets, const AccessToken *token, Pag
     connect(&m_server, &QTcpServer::newConnection, this, &FrontDoor::accept);
 }
 
+FrontDoor::~FrontDoor()
+{
+    // The server deletes the sockets it made as it goes, after our members are gone; their
+    // handlers must not run by then.
+    m_server.close();
+    const QList<QTcpSocket *> pending = m_pending;
+    m_pending.clear();
+    for (QTcpSocket *socket : pending) {
+        socket->disconnect(this);
+        socket->abort();
+        delete socket;
+    }
+}
+
 bool FrontDoor::listen(quint16 port, QString *error)
 {
     // Loopback only: the bridge reaches the user's key, nothing beyond this machine may reach it.
@@ -42,6 +59,9 @@ bool FrontDoor::listen(quint16 port, QString *error)
         *error = QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(port).arg(m_server.errorString());
         return false;
     }
+    // Qt queues 50 connections not yet accepted; a burst of idle ones past that would make a
+    // page's connection wait for the system to retry it, a second or more.
+    ::listen(int(m_server.socketDescriptor()), SOMAXCONN);
     return true;
 }
 
@@ -62,18 +82,24 @@ void FrontDoor::accept()
 {
     while (QTcpSocket *socket = m_server.nextPendingConnection()) {
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-        if (m_pending.size() >= kMaxPendingConnections) {
-            m_note(QStringLiteral("closed a connection: %1 others are still sending their requests")
-                       .arg(m_pending.size()));
-            socket->abort();
-            socket->deleteLater();
-            continue;
-        }
-        m_pending.insert(socket);
+        if (m_pending.size() >= kMaxPendingConnections)
+            evictOnePending();
+        m_pending.append(socket);
         auto *timeout = new QTimer(socket);
         timeout->setObjectName(QStringLiteral("headTimeout"));
         timeout->setSingleShot(true);
         connect(timeout, &QTimer::timeout, socket, [this, socket] {
+            // The timer may have waited behind a long call on this thread while the head sat
+            // unread: what has arrived is read before the connection is given up.
+            if (hasSentAnything(socket)) {
+                socket->waitForReadyRead(0);
+                if (!m_pending.contains(socket))
+                    return;
+                if (socket->bytesAvailable() > 0)
+                    readHead(socket);
+                if (!m_pending.contains(socket))
+                    return;
+            }
             m_note(QStringLiteral("closed a connection that sent no whole request in %1 ms")
                        .arg(kHeadTimeoutMs));
             forget(socket);
@@ -81,17 +107,38 @@ void FrontDoor::accept()
         });
         timeout->start(kHeadTimeoutMs);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readHead(socket); });
-        connect(socket, &QObject::destroyed, this, [this, socket] { m_pending.remove(socket); });
+        connect(socket, &QObject::destroyed, this, [this, socket] { m_pending.removeOne(socket); });
         if (socket->bytesAvailable() > 0)
             readHead(socket);
     }
 }
 
+void FrontDoor::evictOnePending()
+{
+    QTcpSocket *oldest = m_pending.first();
+    for (QTcpSocket *socket : qAsConst(m_pending)) {
+        if (!hasSentAnything(socket)) {
+            oldest = socket;
+            break;
+        }
+    }
+    m_note(QStringLiteral("closed the oldest of %1 connections still sending their requests")
+               .arg(m_pending.size()));
+    forget(oldest);
+    oldest->abort();
+    oldest->deleteLater();
+}
+
 void FrontDoor::forget(QTcpSocket *socket)
 {
-    m_pending.remove(socket);
+    m_pending.removeOne(socket);
     socket->disconnect(this);
-    delete socket->findChild<QTimer *>(QStringLiteral("headTimeout"));
+    // Later, not now: this may run inside the timer's own timeout.
+    if (auto *timeout = socket->findChild<QTimer *>(QStringLiteral("headTimeout"))) {
+        timeout->stop();
+        timeout->setObjectName(QString());
+        timeout->deleteLater();
+    }
 }
 
 void FrontDoor::respond(QTcpSocket *socket, int status, const QByteArray &text, bool headOnly)
@@ -127,14 +174,14 @@ void FrontDoor::readHead(QTcpSocket *socket)
     const QByteArray expectedHost = "127.0.0.1:" + QByteArray::number(port());
     if (head.header("host").toLower() != expectedHost) {
         m_note(QStringLiteral("refused a request for host \"%1\"")
-                   .arg(shown(QString::fromLatin1(head.header("host")))));
+                   .arg(peerText(QString::fromLatin1(head.header("host")), *m_token)));
         respond(socket, 421, "this server answers only " + expectedHost);
         return;
     }
 
     if (head.isWebSocketUpgrade()) {
         if (head.method != "GET" || head.path != QLatin1String(kWebSocketPath)) {
-            m_note(QStringLiteral("refused a WebSocket upgrade for %1").arg(shown(head.path)));
+            m_note(QStringLiteral("refused a WebSocket upgrade for %1").arg(peerText(head.path, *m_token)));
             respond(socket, 404, "no WebSocket here");
             return;
         }

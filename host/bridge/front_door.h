@@ -5,7 +5,7 @@
 
 #include <QByteArray>
 #include <QObject>
-#include <QSet>
+#include <QList>
 #include <QTcpServer>
 
 #include <functional>
@@ -26,15 +26,20 @@ public:
     using Note = std::function<void(const QString &)>;
 
     static constexpr const char *kWebSocketPath = "/bridge";
-    // A connection that has not sent a whole request head by then is closed.
-    static constexpr int kHeadTimeoutMs = 10'000;
-    // Connections still sending their heads; more are closed at once.
-    static constexpr int kMaxPendingConnections = 32;
+    // A connection that has not sent a whole request head by then is closed. A browser sends
+    // its head at once; a connection that sits idle is someone holding a place.
+    static constexpr int kHeadTimeoutMs = 3'000;
+    // Connections still sending their heads: far more than idle connections a local process
+    // bothers to hold (a few KiB and a descriptor each), so a page's connection, which sends
+    // its head at once, is not crowded out. One more makes room by closing the oldest that has
+    // sent nothing yet (else the oldest of all), never by refusing the newcomer.
+    static constexpr int kMaxPendingConnections = 256;
 
     // `webSockets` and `token` must outlive the front door. `hasRoomForClient` says whether
     // one more WebSocket client may connect. `note` receives a line per refusal.
     FrontDoor(QWebSocketServer *webSockets, const AccessToken *token, PageFiles files,
               std::function<bool()> hasRoomForClient, Note note, QObject *parent = nullptr);
+    ~FrontDoor() override;
 
     // Binds 127.0.0.1:`port` (0: any free port). False with `error` naming the address and
     // the reason.
@@ -52,6 +57,7 @@ private:
     void readHead(QTcpSocket *socket);
     void respond(QTcpSocket *socket, int status, const QByteArray &text, bool headOnly = false);
     void forget(QTcpSocket *socket);
+    void evictOnePending();
 
     QTcpServer m_server;
     QWebSocketServer *m_webSockets;
@@ -59,7 +65,8 @@ private:
     PageFiles m_files;
     std::function<bool()> m_hasRoomForClient;
     Note m_note;
-    QSet<QTcpSocket *> m_pending;
+    // Oldest first.
+    QList<QTcpSocket *> m_pending;
 };
 
 } // namespace zthost::bridge

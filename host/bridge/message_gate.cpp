@@ -23,6 +23,25 @@ bool isCallId(const QJsonValue &id)
     return id.isDouble() || id.isString();
 }
 
+bool isWholeNumber(const QJsonValue &value)
+{
+    return value.isDouble() && isIntegralNumber(value.toDouble()) && value.toDouble() <= INT_MAX;
+}
+
+// Qt's channel prints a message it cannot use, whole, page text and all: only the fields
+// qwebchannel.js sends get through.
+bool hasOnlyFields(const QJsonObject &message, std::initializer_list<const char *> fields)
+{
+    for (auto it = message.constBegin(); it != message.constEnd(); ++it) {
+        bool known = false;
+        for (const char *field : fields)
+            known = known || it.key() == QLatin1String(field);
+        if (!known)
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 MessageGate::MessageGate(const QMetaObject *meta, QString objectId,
@@ -45,16 +64,31 @@ MessageGate::Verdict MessageGate::judge(const QJsonObject &message) const
 {
     Verdict verdict;
     const QJsonValue type = message.value(QLatin1String("type"));
-    if (!type.isDouble()) {
-        verdict.reason = QStringLiteral("a message without a numeric type");
+    if (!isWholeNumber(type)) {
+        verdict.reason = QStringLiteral("a message without a whole-number type");
         return verdict;
     }
     switch (int(type.toDouble())) {
     case Init:
+        // {"type":3,"id":N}; without an id Qt prints the whole message.
+        if (!isWholeNumber(message.value(QLatin1String("id"))) || !hasOnlyFields(message, {"type", "id"})) {
+            verdict.reason = QStringLiteral("a handshake that is not {type, id}");
+            return verdict;
+        }
+        verdict.kind = Verdict::Kind::Forward;
+        return verdict;
     case Idle:
+        if (!hasOnlyFields(message, {"type"})) {
+            verdict.reason = QStringLiteral("an idle notice with more than its type");
+            return verdict;
+        }
         verdict.kind = Verdict::Kind::Forward;
         return verdict;
     case InvokeMethod:
+        if (!hasOnlyFields(message, {"type", "object", "method", "args", "id"})) {
+            verdict.reason = QStringLiteral("a call with fields the channel does not use");
+            return verdict;
+        }
         return judgeCall(message);
     default:
         verdict.reason = QStringLiteral("a message of type %1, which pages may not send")

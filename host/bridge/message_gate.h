@@ -11,9 +11,11 @@ namespace zthost::bridge {
 //
 // Qt's web channel would let a page call any public method of a published object, including
 // QObject's deleteLater, set its objectName, and would make a call even when an argument failed
-// to convert (with a default value, after logging the argument: possibly a PIN). So only these
-// pass: the channel's handshake and idle notices, and calls of the seven allowed methods of the
-// one published object, with exactly their parameters' JSON types. A call of an allowed method
+// to convert (with a default value, after logging the argument: possibly a PIN), and it prints
+// whole any message it cannot use. So only these pass, with a whole-number type and no field
+// qwebchannel.js does not send: the handshake {type, id} with a whole-number id, the idle
+// notice {type}, and calls of the seven allowed methods of the one published object, with
+// exactly their parameters' JSON types. A call of an allowed method
 // with bad arguments is answered here with that method's failure value; everything else is
 // dropped unanswered.
 class MessageGate

@@ -3,6 +3,7 @@
 #include "bridge/front_door.h"
 #include "bridge/message_gate.h"
 #include "bridge/page_files.h"
+#include "bridge/peer_text.h"
 #include "bridge/scriptable_facade.h"
 #include "bridge/websocket_transport.h"
 
@@ -18,8 +19,6 @@ namespace zthost::bridge {
 
 namespace {
 
-// Origins come from the peer; a log line shows no more than this of one.
-constexpr int kMaxLoggedOriginChars = 120;
 // A WebSocket handshake not finished by then is dropped by the WebSocket server.
 constexpr int kHandshakeTimeoutMs = 10'000;
 
@@ -135,8 +134,9 @@ QObject *WebBridge::publishedObject() const
 
 void WebBridge::note(const QString &line)
 {
+    // Every refusal passes here: whatever a peer put where, the token does not reach the log.
     if (m_log)
-        m_log->warning(QStringLiteral("bridge: ") + line);
+        m_log->warning(QStringLiteral("bridge: ") + withoutToken(line, m_token));
 }
 
 void WebBridge::judgeOrigin(QWebSocketCorsAuthenticator *authenticator)
@@ -144,11 +144,8 @@ void WebBridge::judgeOrigin(QWebSocketCorsAuthenticator *authenticator)
     const bool allowed = m_origins.allows(authenticator->origin());
     authenticator->setAllowed(allowed);
     if (!allowed) {
-        QString origin = authenticator->origin();
-        if (origin.size() > kMaxLoggedOriginChars)
-            origin = origin.left(kMaxLoggedOriginChars) + QStringLiteral("...");
         note(QStringLiteral("refused a WebSocket from origin \"%1\": not on the allow-list")
-                 .arg(origin));
+                 .arg(peerText(authenticator->origin(), m_token)));
     }
 }
 
@@ -173,8 +170,10 @@ void WebBridge::acceptWebSockets()
         socket->setMaxAllowedIncomingFrameSize(quint64(m_options.maxMessageBytes));
         socket->setMaxAllowedIncomingMessageSize(quint64(m_options.maxMessageBytes));
 
+        // Room for one answer as large as the largest message, and the smaller ones around it.
         auto *transport = new WebSocketTransport(socket, m_gate.get(),
-                                                 [this](const QString &line) { note(line); });
+                                                 [this](const QString &line) { note(line); },
+                                                 2 * m_options.maxMessageBytes);
         m_transports.insert(transport);
         connect(transport, &WebSocketTransport::closed, this, [this, transport] {
             if (!m_transports.remove(transport))
@@ -187,7 +186,7 @@ void WebBridge::acceptWebSockets()
         m_channel->connectTo(transport);
         if (m_log)
             m_log->debug(QStringLiteral("bridge: a page connected from %1, %2 connected")
-                             .arg(socket->origin())
+                             .arg(peerText(socket->origin(), m_token))
                              .arg(clientCount()));
         emit clientCountChanged(clientCount());
     }

@@ -38,7 +38,9 @@ CommandLine::CommandLine(const QString &command, const QString &synopsis,
                         QStringLiteral("FILE")});
     m_parser.addOption({{kVerbose, QStringLiteral("verbose")},
                         QStringLiteral("Debug lines too: the plug-in's trace and Qt's debug "
-                                       "channel.")});
+                                       "channel. They carry envelope material (an envelope's "
+                                       "encrypted key and content, as hex): keep such logs "
+                                       "private.")});
     m_parser.addOption({{QStringLiteral("h"), kHelp}, QStringLiteral("Show this help.")});
 }
 

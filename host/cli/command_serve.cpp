@@ -5,6 +5,7 @@
 #include "session_steps.h"
 
 #include "bridge/bridge_options.h"
+#include "bridge/channel_warnings.h"
 #include "bridge/default_web_root.h"
 #include "bridge/termination_signals.h"
 #include "bridge/web_bridge.h"
@@ -57,8 +58,9 @@ ExitCode runServe(const QStringList &arguments)
                     QStringLiteral("Pages connected at once (default %1).").arg(defaults.maxClients),
                     QStringLiteral("N"), QString::number(defaults.maxClients)});
     line.addOption({kMaxMessage,
-                    QStringLiteral("Largest message a page may send, in bytes (default %1); a "
-                                   "larger one closes its connection.")
+                    QStringLiteral("Largest message a page may send, in bytes (default %1: an "
+                                   "envelope of 12 MiB); a larger one closes its connection. "
+                                   "Each page sending that much costs about twice it in memory.")
                         .arg(defaults.maxMessageBytes),
                     QStringLiteral("BYTES"), QString::number(defaults.maxMessageBytes)});
     line.addOption({kWeb,
@@ -117,7 +119,10 @@ ExitCode runServe(const QStringList &arguments)
     if (!session)
         return ExitCode::Failure;
     {
-        bridge::WebBridge bridge(*session, options, &session->core().log());
+        HostLog &log = session->core().log();
+        const bridge::ChannelWarnings channelWarnings(
+            [&log](const QString &line) { log.warning(QStringLiteral("bridge: ") + line); });
+        bridge::WebBridge bridge(*session, options, &log);
         QString error;
         if (!bridge.start(&error))
             return failed(error);

@@ -1,5 +1,7 @@
 #include "core/host_log.h"
 
+#include "core/log_text.h"
+
 #include <QDateTime>
 
 #include <cstdio>
@@ -48,8 +50,11 @@ void HostLog::write(LogLevel level, const QString &message)
 {
     if (level < m_threshold)
         return;
+    // Every line, whoever wrote it, is one record and carries no terminal controls: parts of
+    // many messages come from pages, devices and files the host does not control.
     const QByteArray line = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toUtf8() + " ["
-                            + levelName(level) + "] " + message.toUtf8() + '\n';
+                            + levelName(level) + "] "
+                            + cappedForLog(message, kMaxMessageChars).toUtf8() + '\n';
     if (m_file) {
         // Flushed per line so that a host that crashes right after a failure still shows it.
         m_file->write(line);

@@ -35,6 +35,10 @@ public:
     void useStandardError();
     Destination destination() const;
 
+    // A longer message is cut there, with its length said after it.
+    static constexpr int kMaxMessageChars = 4096;
+
+    // `message` is escaped (see escapedForLog) and cut to kMaxMessageChars: one line each.
     void write(LogLevel level, const QString &message);
     void debug(const QString &message) { write(LogLevel::Debug, message); }
     void warning(const QString &message) { write(LogLevel::Warning, message); }

@@ -25,6 +25,15 @@ QByteArray readAll(const QString &name, qint64 from = 0)
 
 } // namespace
 
+qint64 residentBytes(qint64 pid)
+{
+    for (const QByteArray &line : readAll(QStringLiteral("/proc/%1/status").arg(pid)).split('\n')) {
+        if (line.startsWith("VmRSS:")) // "VmRSS:     12345 kB"
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong() * 1024;
+    }
+    return -1;
+}
+
 ServeProcess::ServeProcess()
 {
     QDir(m_dir.path()).mkpath(QStringLiteral("root"));

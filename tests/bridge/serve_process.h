@@ -9,6 +9,9 @@
 
 #include <memory>
 
+// Resident memory of a process, in bytes, from /proc/PID/status; -1 when it cannot be read.
+qint64 residentBytes(qint64 pid);
+
 // `zthost serve` as a user runs it, over a software key device in a private root, with the
 // host log, the core log and Qt's debug channel on, so that tests can read every log.
 class ServeProcess

@@ -102,19 +102,6 @@ QJsonObject invoke(const QString &method, const QJsonArray &args, const QString 
     return {{"type", kInvokeMethod}, {"object", object}, {"method", method}, {"args", args}};
 }
 
-// Resident memory of a process, in bytes, from /proc/PID/status; -1 when it cannot be read.
-qint64 residentBytes(qint64 pid)
-{
-    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:")) // "VmRSS:     12345 kB"
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong() * 1024;
-    }
-    return -1;
-}
-
 // What the test knows about the device and the envelopes made for it.
 struct Material
 {

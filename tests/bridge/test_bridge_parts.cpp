@@ -1,7 +1,8 @@
 // The bridge's parts on their own: the access token, the origin allow-list, the request head
-// parser and the message gate.
+// parser, the message gate and the filter of Qt's channel warnings.
 
 #include "bridge/access_token.h"
+#include "bridge/channel_warnings.h"
 #include "bridge/http_request_head.h"
 #include "bridge/message_gate.h"
 #include "bridge/origin_allow_list.h"
@@ -259,4 +260,19 @@ TEST(MessageGate, answersBadArgumentsWithTheMethodsFailureValue)
         // The reason goes to the log: it never quotes an argument.
         EXPECT_FALSE(verdict.reason.contains(pin)) << qPrintable(verdict.reason);
     }
+}
+
+TEST(ChannelWarnings, turnsQtsChannelWarningsIntoOneFixedLine)
+{
+    QStringList notes;
+    {
+        const ChannelWarnings warnings([&notes](const QString &line) { notes << line; });
+        // How Qt 5.15's channel words them, page text included.
+        qWarning("JSON message object is missing the id property: %s", "{\"pin\":\"page-secret\"}");
+        qWarning() << "Unknown object encountered" << QStringLiteral("page-secret");
+    }
+    const QString line = QStringLiteral("Qt's web channel refused a page's message (its text is not logged)");
+    EXPECT_EQ(notes, (QStringList{line, line}));
+    EXPECT_TRUE(ChannelWarnings::isChannelMessage("qt.webchannel", QStringLiteral("anything")));
+    EXPECT_FALSE(ChannelWarnings::isChannelMessage("default", QStringLiteral("[WebOpenKey:57] start ")));
 }

@@ -153,3 +153,23 @@ TEST(HostLog, backToStandardError)
     log.useStandardError();
     EXPECT_EQ(log.destination(), HostLog::Destination::StandardError);
 }
+
+TEST(HostLog, escapesControlCharactersAndCapsEachLine)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("host.log"));
+    HostLog log;
+    ASSERT_TRUE(log.setFile(path));
+    log.warning(QStringLiteral("a\nforged [error] line\r\x1b[2J\x07") + QChar(0) + QChar(0x2028)
+                + QStringLiteral("\\end"));
+    log.warning(QString(HostLog::kMaxMessageChars + 10, QLatin1Char('x')));
+
+    const QStringList lines = readAll(path).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_TRUE(lines[0].endsWith(
+        QStringLiteral(" [warning] a\\nforged [error] line\\r\\x1b[2J\\x07\\x00\\u2028\\\\end")))
+        << lines[0].toStdString();
+    EXPECT_TRUE(lines[1].endsWith(QString(HostLog::kMaxMessageChars, QLatin1Char('x'))
+                                  + QStringLiteral("...(4106 characters in all)")))
+        << lines[1].right(60).toStdString();
+}
