@@ -42,6 +42,13 @@ ZtCertificateAgent::~ZtCertificateAgent() = default;
 ZtSignatureCoreAgent::ZtSignatureCoreAgent(QObject *core) : Q_Dispatch(core, nullptr) {}
 ZtSignatureCoreAgent::~ZtSignatureCoreAgent() = default;
 
+QObject *ZtSignatureCoreAgent::createComponentObject(QString progId, QString classId)
+{
+    QObject *component = nullptr;
+    invokeHelper(QStringLiteral("createComponentObject"), &component, &progId, &classId);
+    return component;
+}
+
 void ZtSignatureCoreAgent::logDebug(QString message)
 {
     invokeHelper(QStringLiteral("logDebug"), nullptr, &message);

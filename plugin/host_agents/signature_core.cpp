@@ -8,10 +8,7 @@ QObject *createComponentObject(QString progId, QString classId)
 {
     if (!s_coreagent)
         return nullptr;
-    QObject *component = nullptr;
-    s_coreagent->invokeHelper(QStringLiteral("createComponentObject"), &component, &progId,
-                              &classId);
-    return component;
+    return s_coreagent->createComponentObject(progId, classId);
 }
 
 ZtSignatureCoreAgent *getSignatureCore()

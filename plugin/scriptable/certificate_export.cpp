@@ -7,15 +7,23 @@
 #include "crypto_error.h"
 
 namespace {
+// Line tags of this file's trace, as the host's log readers know them: fixed numbers rather than
+// source lines, so that editing the file leaves the trace as it is.
+constexpr int kStartTag = 15;
+constexpr int kNoContainerTag = 18;
+constexpr int kExportFailedTag = 35;
+constexpr int kEndTag = 39;
+
 constexpr int kSm2ContainerType = 2;
 } // namespace
 
 QString ZtCryptographic::WebGetCertData(QString certtype)
 {
-    ZT_TRACE_DEBUG("WebGetCertData", QStringLiteral(" start "));
+    coreTraceDebug("WebGetCertData", kStartTag, QStringLiteral(" start "));
     quint64 container = GetContainer(m_userKey, kSm2ContainerType);
     if (!container) {
-        ZT_TRACE_DEBUG("WebGetCertData", QStringLiteral(" get sm2 container fail "));
+        coreTraceDebug("WebGetCertData", kNoContainerTag,
+                       QStringLiteral(" get sm2 container fail "));
         SetCryptoErrorCode(ZtError::kContainerNotFound);
         return QStringLiteral("false");
     }
@@ -26,16 +34,15 @@ QString ZtCryptographic::WebGetCertData(QString certtype)
     certtype.toInt(&isNumber);
     Q_UNUSED(isNumber)
 
-    QByteArray certificate;
-    bool signCertificate = false; // the encryption certificate
-    m_userKey->invokeHelper(QStringLiteral("exportCertificate"), &certificate, &container,
-                            &signCertificate);
+    const bool signCertificate = false; // the encryption certificate
+    const QByteArray certificate = m_userKey->exportCertificate(container, signCertificate);
     // The container stays open; each call opens it again.
     if (certificate.isEmpty()) {
-        ZT_TRACE_ERROR("WebGetCertData", QStringLiteral(" export container certData fail "));
+        coreTraceError("WebGetCertData", kExportFailedTag,
+                       QStringLiteral(" export container certData fail "));
         SetCryptoErrorCode(ZtError::kEncryptionCertificateNotRead);
         return QStringLiteral("false");
     }
-    ZT_TRACE_DEBUG("WebGetCertData", QStringLiteral(" end "));
+    coreTraceDebug("WebGetCertData", kEndTag, QStringLiteral(" end "));
     return QString::fromLatin1(certificate.toBase64());
 }

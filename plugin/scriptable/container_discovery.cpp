@@ -8,39 +8,47 @@
 
 #include <QStringList>
 
+namespace {
+// Line tags of this file's trace, as the host's log readers know them: fixed numbers rather than
+// source lines, so that editing the file leaves the trace as it is.
+constexpr int kStartTag = 13;
+constexpr int kNoKeyTag = 15;
+constexpr int kNoContainerTag = 23;
+constexpr int kOpenContainerFailedTag = 34;
+constexpr int kEndTag = 40;
+} // namespace
+
 quint64 ZtCryptographic::GetContainer(KeyObjectAgent *userKey, int type)
 {
-    ZT_TRACE_DEBUG("GetContainer", QStringLiteral("start"));
+    coreTraceDebug("GetContainer", kStartTag, QStringLiteral("start"));
     if (!userKey || !userKey->target()) {
-        ZT_TRACE_DEBUG("GetContainer", QStringLiteral(" userKey is NULL "));
+        coreTraceDebug("GetContainer", kNoKeyTag, QStringLiteral(" userKey is NULL "));
         SetCryptoErrorCode(ZtError::kNoKeyDevice);
         return 0;
     }
 
-    QStringList names;
-    userKey->invokeHelper(QStringLiteral("enumContainer"), &names);
+    const QStringList names = userKey->enumContainer();
     if (names.isEmpty()) {
-        ZT_TRACE_DEBUG("GetContainer", QStringLiteral(" get container count = 0 "));
+        coreTraceDebug("GetContainer", kNoContainerTag,
+                       QStringLiteral(" get container count = 0 "));
         SetCryptoErrorCode(ZtError::kNoCertificateContainer);
         return 0;
     }
 
-    for (QString name : qAsConst(names)) {
-        quint64 handle = 0;
-        userKey->invokeHelper(QStringLiteral("openContainer"), &handle, &name);
+    for (const QString &name : names) {
+        const quint64 handle = userKey->openContainer(name);
         if (!handle) {
             // The search ends at the first container that does not open, without an error
             // code: the callers report the missing container themselves.
-            ZT_TRACE_DEBUG("GetContainer", QStringLiteral(" userKey openContainer fail "));
+            coreTraceDebug("GetContainer", kOpenContainerFailedTag,
+                           QStringLiteral(" userKey openContainer fail "));
             return 0;
         }
-        int containerType = 0;
-        userKey->invokeHelper(QStringLiteral("getContainerType"), &containerType, &handle);
-        if (containerType == type) {
-            ZT_TRACE_DEBUG("GetContainer", QStringLiteral(" end "));
+        if (userKey->getContainerType(handle) == type) {
+            coreTraceDebug("GetContainer", kEndTag, QStringLiteral(" end "));
             return handle; // left open for the caller
         }
-        userKey->invokeHelper(QStringLiteral("closeContainer"), nullptr, &handle);
+        userKey->closeContainer(handle);
     }
     return 0;
 }

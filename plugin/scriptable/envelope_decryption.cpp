@@ -81,11 +81,9 @@ QString ZtCryptographic::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
                    QStringLiteral(" ecc Cipher Blob  data = ") + QString::fromLatin1(blob.toHex()));
 
     // Handles, identifiers and lengths cross to the host as 64-bit values.
-    qulonglong algorithm = kSessionKeyAlgorithm;
-    qulonglong blobLength = qulonglong(blob.size());
-    qulonglong sessionKey = 0;
-    m_userKey->invokeHelper(QStringLiteral("importSessionKey"), &sessionKey, &container,
-                            &algorithm, &blob, &blobLength);
+    const qulonglong blobLength = qulonglong(blob.size());
+    const qulonglong sessionKey =
+        m_userKey->importSessionKey(container, kSessionKeyAlgorithm, blob, blobLength);
     if (!sessionKey) {
         coreTraceError("WebZtDecode", kNoSessionKeyTag,
                        QStringLiteral("get hSessionKey handle is NULL"));
@@ -96,9 +94,7 @@ QString ZtCryptographic::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
     // The array views the record, which outlives the call.
     const ZtDeviceRecords::BlockCipherParam record = ZtDeviceRecords::sm4EcbDecryptParam();
     QByteArray param = QByteArray::fromRawData(record.data(), int(record.size()));
-    bool initialised = false;
-    m_userKey->invokeHelper(QStringLiteral("decryptInit"), &initialised, &sessionKey, &param);
-    if (!initialised) {
+    if (!m_userKey->decryptInit(sessionKey, param)) {
         coreTraceError("WebZtDecode", kDecryptInitTag, QStringLiteral("decrypt Init fail"));
         SetCryptoErrorCode(ZtError::kDecryptInitFailed);
         return failed();
@@ -106,10 +102,8 @@ QString ZtCryptographic::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
 
     coreTraceDebug("WebZtDecode", kContentLengthTag,
                    QStringLiteral("Encode Content data length : %1").arg(content.size()));
-    qulonglong contentLength = qulonglong(content.size());
-    QByteArray plaintext;
-    m_userKey->invokeHelper(QStringLiteral("decrypt"), &plaintext, &sessionKey, &content,
-                            &contentLength);
+    const qulonglong contentLength = qulonglong(content.size());
+    QByteArray plaintext = m_userKey->decrypt(sessionKey, content, contentLength);
     content = QByteArray();
     // An envelope whose content decrypts to nothing is a failure, not an empty success.
     if (plaintext.isEmpty()) {

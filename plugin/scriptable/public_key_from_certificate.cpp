@@ -32,11 +32,10 @@ QByteArray ZtCryptographic::ZtGetPubKeyByCert(QByteArray certData)
     {
         // A new certificate component per call; the host keeps it, only the agent goes.
         ZtCertificateAgent certificate;
-        bool opened = false;
-        if (certificate.target())
-            certificate.invokeHelper(QStringLiteral("open"), &opened, &certData);
+        // An unbound agent is not asked at all, so the core log gets no line for it.
+        const bool opened = certificate.target() && certificate.open(certData);
         if (opened) {
-            certificate.invokeHelper(QStringLiteral("getPublicKeyData"), &keyData);
+            keyData = certificate.getPublicKeyData();
             // The "%1" is never filled in: the hex follows it. Log readers match this text.
             coreTraceDebug("ZtGetPubKeyByCert", kKeyDataTag,
                            QStringLiteral(" get cert public key data = %1")
