@@ -1,5 +1,6 @@
 #include "bridge/front_door.h"
 
+#include "bridge/frame_relay.h"
 #include "bridge/http_request_head.h"
 #include "bridge/http_response.h"
 #include "bridge/peer_text.h"
@@ -43,6 +44,8 @@ FrontDoor::~FrontDoor()
     // The server deletes the sockets it made as it goes, after our members are gone; their
     // handlers must not run by then.
     m_server.close();
+    // Relays first: they hold client sockets the server would otherwise delete under them.
+    qDeleteAll(findChildren<FrameRelay *>(QString(), Qt::FindDirectChildrenOnly));
     const QList<QTcpSocket *> pending = m_pending;
     m_pending.clear();
     for (QTcpSocket *socket : pending) {
@@ -198,9 +201,20 @@ void FrontDoor::readHead(QTcpSocket *socket)
             return;
         }
         forget(socket);
-        // The WebSocket server deletes the socket when its handshake fails or times out.
         disconnect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-        m_webSockets->handleConnection(socket);
+        // Qt's WebSocket server takes a client's frames without a mask: it gets the client
+        // through a relay that closes such a client, and sees the same bytes otherwise.
+        QString error;
+        QTcpSocket *relayed = FrameRelay::start(socket, bytes.indexOf("\r\n\r\n") + 4, m_note, this,
+                                                &m_server, &error);
+        if (!relayed) {
+            m_note(error);
+            socket->abort();
+            socket->deleteLater();
+            return;
+        }
+        // The WebSocket server deletes the socket when its handshake fails or times out.
+        m_webSockets->handleConnection(relayed);
         return;
     }
 

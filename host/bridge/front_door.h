@@ -16,8 +16,9 @@ class QWebSocketServer;
 namespace zthost::bridge {
 
 // The bridge's one listening port on 127.0.0.1: answers GET and HEAD for the page's files, and
-// hands a WebSocket upgrade to the WebSocket server once its path, token and Host are right and
-// there is room for another client. The upgrade's Origin is the WebSocket server's to judge.
+// hands a WebSocket upgrade to the WebSocket server, through a FrameRelay, once its path, token
+// and Host are right and there is room for another client. The upgrade's Origin is the
+// WebSocket server's to judge.
 class FrontDoor : public QObject
 {
     Q_OBJECT

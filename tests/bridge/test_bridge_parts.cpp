@@ -3,6 +3,7 @@
 
 #include "bridge/access_token.h"
 #include "bridge/channel_warnings.h"
+#include "bridge/frame_tracker.h"
 #include "bridge/http_request_head.h"
 #include "bridge/message_gate.h"
 #include "bridge/origin_allow_list.h"
@@ -13,6 +14,8 @@
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
+
+#include <utility>
 
 using namespace zthost::bridge;
 
@@ -275,4 +278,96 @@ TEST(ChannelWarnings, turnsQtsChannelWarningsIntoOneFixedLine)
     EXPECT_EQ(notes, (QStringList{line, line}));
     EXPECT_TRUE(ChannelWarnings::isChannelMessage("qt.webchannel", QStringLiteral("anything")));
     EXPECT_FALSE(ChannelWarnings::isChannelMessage("default", QStringLiteral("[WebOpenKey:57] start ")));
+}
+
+namespace {
+
+// A frame header as a client writes it, with a mask key when `masked`; `lengthBytes` 0, 2 or 8
+// picks the length's form.
+QByteArray frameHeader(quint64 length, bool masked, int lengthBytes)
+{
+    QByteArray header(1, char(0x81));
+    const char mask = masked ? char(0x80) : char(0);
+    if (lengthBytes == 0) {
+        header += char(mask | char(length));
+    } else {
+        header += char(mask | (lengthBytes == 2 ? 126 : 127));
+        for (int shift = (lengthBytes - 1) * 8; shift >= 0; shift -= 8)
+            header += char((length >> shift) & 0xff);
+    }
+    if (masked)
+        header += QByteArray("\x12\x34\x56\x78", 4);
+    return header;
+}
+
+// Follows `stream` in pieces of `piece` bytes; the bytes taken in all.
+qint64 followInPieces(FrameTracker &tracker, const QByteArray &stream, int piece)
+{
+    qint64 taken = 0;
+    for (int at = 0; at < stream.size(); at += piece) {
+        const int size = qMin(piece, stream.size() - at);
+        const qint64 step = tracker.follow(stream.constData() + at, size);
+        taken += step;
+        if (step < size)
+            break;
+    }
+    return taken;
+}
+
+} // namespace
+
+TEST(FrameTracker, followsMaskedFramesOfEveryLengthInAnyPieces)
+{
+    QByteArray stream;
+    for (const auto &[length, lengthBytes] : {std::pair<quint64, int>{0, 0}, {125, 0}, {126, 2},
+                                             {70'000, 8}, {5, 2}, {3, 8}})
+        stream += frameHeader(length, true, lengthBytes) + QByteArray(int(length), 'x');
+    for (int piece : {1, 2, 3, 7, 64, 100'000}) {
+        FrameTracker tracker(true);
+        EXPECT_EQ(followInPieces(tracker, stream, piece), stream.size()) << piece;
+        EXPECT_EQ(tracker.fault(), FrameTracker::Fault::None) << piece;
+        EXPECT_TRUE(tracker.atFrameBoundary()) << piece;
+    }
+}
+
+TEST(FrameTracker, stopsAtTheFirstUnmaskedHeaderWhereverItFalls)
+{
+    const QByteArray good = frameHeader(300, true, 2) + QByteArray(300, char(0x80));
+    // The bad header's length byte looks like a mask bit would in the good frame's payload.
+    const QByteArray stream = good + frameHeader(4, false, 0) + "abcd" + frameHeader(1, true, 0) + "z";
+    for (int piece : {1, 5, 301, 100'000}) {
+        FrameTracker tracker(true);
+        EXPECT_EQ(followInPieces(tracker, stream, piece), good.size() + 1) << piece;
+        EXPECT_EQ(tracker.fault(), FrameTracker::Fault::Unmasked) << piece;
+        // A fault is final.
+        EXPECT_EQ(tracker.follow(good.constData(), good.size()), 0);
+    }
+}
+
+TEST(FrameTracker, refusesALengthWithItsTopBitSet)
+{
+    FrameTracker tracker(true);
+    const QByteArray header = frameHeader(quint64(1) << 63, true, 8);
+    EXPECT_EQ(tracker.follow(header.constData(), header.size()), 2);
+    EXPECT_EQ(tracker.fault(), FrameTracker::Fault::LengthTooLarge);
+
+    // The largest length there may be is followed, not refused.
+    FrameTracker largest(true);
+    const QByteArray most = frameHeader((quint64(1) << 63) - 1, true, 8) + "payload";
+    EXPECT_EQ(largest.follow(most.constData(), most.size()), most.size());
+    EXPECT_EQ(largest.fault(), FrameTracker::Fault::None);
+    EXPECT_FALSE(largest.atFrameBoundary());
+}
+
+TEST(FrameTracker, followsAServersUnmaskedFramesToTheEndOfTheOneInProgress)
+{
+    const QByteArray first = frameHeader(200, false, 2) + QByteArray(200, 'a');
+    const QByteArray stream = first + frameHeader(3, false, 0) + "bcd";
+    FrameTracker tracker(false);
+    EXPECT_EQ(tracker.follow(stream.constData(), 10), 10);
+    EXPECT_FALSE(tracker.atFrameBoundary());
+    EXPECT_EQ(tracker.follow(stream.constData() + 10, stream.size() - 10, true), first.size() - 10);
+    EXPECT_TRUE(tracker.atFrameBoundary());
+    EXPECT_EQ(tracker.follow(stream.constData() + first.size(), 5, true), 0);
+    EXPECT_EQ(tracker.fault(), FrameTracker::Fault::None);
 }

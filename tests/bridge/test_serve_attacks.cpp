@@ -337,3 +337,52 @@ TEST_F(BridgeAttackTest, verboseHelpSaysLogsCarryEnvelopeMaterial)
     EXPECT_TRUE(text.contains(QStringLiteral("(default 16777216: an envelope of 12 MiB)"))) << help.constData();
     ASSERT_TRUE(stopCleanly(SIGTERM, "SIGTERM"));
 }
+
+TEST_F(BridgeAttackTest, closesAConnectionThatSendsAnUnmaskedFrame)
+{
+    RawWebSocket bare;
+    ASSERT_TRUE(bare.open(serve.webSocketUrl(), serve.origin()));
+    // A masked message first, so that the unmasked one is found in the middle of a stream.
+    bare.send(RawWebSocket::frame(0x1, compact(initMessage(1))));
+    bare.send(RawWebSocket::frame(0x1, compact(initMessage(2)), false));
+    EXPECT_EQ(bare.closeCodeAtEnd(), int(QWebSocketProtocol::CloseCodeProtocolError));
+    EXPECT_EQ(bare.socket().state(), QAbstractSocket::UnconnectedState);
+    const QByteArray closedLine = "closed a WebSocket that sent an unmasked frame";
+    ASSERT_TRUE(waitUntil([&] { return hostLog().contains(closedLine); })) << hostLog().constData();
+    EXPECT_EQ(hostLog().count(closedLine), 1);
+
+    // Sent with the upgrade, before its answer: the close frame follows the answer.
+    const QByteArray head = upgradeHead("/bridge?token=" + token().toUtf8(), port()).chopped(2)
+                            + "Origin: " + serve.origin().toUtf8() + "\r\n\r\n";
+    const QByteArray early = exchange(port(), head + RawWebSocket::frame(0x1, "{}", false));
+    EXPECT_TRUE(early.startsWith("HTTP/1.1 101 ")) << early.constData();
+    EXPECT_TRUE(early.endsWith(QByteArray("\x88\x02\x03\xea", 4))) << early.toHex().constData();
+    ASSERT_TRUE(waitUntil([&] { return hostLog().count(closedLine) == 2; })) << hostLog().constData();
+
+    // Masked frames on another connection, pipelined and one large, still go through.
+    RawWebSocket masked;
+    ASSERT_TRUE(masked.open(serve.webSocketUrl(), serve.origin()));
+    QByteArray pipelined;
+    for (int id = 10; id < 20; ++id)
+        pipelined += RawWebSocket::frame(0x1, compact(initMessage(id)));
+    // Lengths in 16 and in 64 bits; the gate drops both, what follows must still be read.
+    pipelined += RawWebSocket::frame(
+        0x1, compact({{"type", 3}, {"id", 19}, {"filler", QString(1'000, QLatin1Char('f'))}}));
+    pipelined += RawWebSocket::frame(
+        0x1, compact({{"type", 3}, {"id", 20}, {"filler", QString(300'000, QLatin1Char('f'))}}));
+    pipelined += RawWebSocket::frame(0x1, compact(initMessage(21)));
+    masked.send(pipelined);
+    QByteArray answers;
+    EXPECT_TRUE(waitUntil([&] {
+        answers += masked.socket().readAll();
+        return answers.contains("\"id\":21");
+    })) << answers.right(300).constData();
+    EXPECT_TRUE(answers.contains("\"id\":10"));
+    EXPECT_EQ(masked.socket().state(), QAbstractSocket::ConnectedState);
+
+    BridgeClient page(serve.origin());
+    ASSERT_TRUE(page.open(serve.webSocketUrl()));
+    EXPECT_TRUE(page.initialize().contains(QStringLiteral("ZtCryptographic")));
+    ASSERT_TRUE(stopCleanly(SIGTERM, "SIGTERM"));
+    expectOneRecordPerLine(hostLog());
+}
