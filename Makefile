@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all bootstrap configure build test test-asan test-valgrind demo bench clean
+.PHONY: all bootstrap configure build test test-asan test-valgrind demo bench clean package
 
 all: build
 
@@ -15,6 +15,11 @@ configure: bootstrap
 
 build: configure
 	@cmake --build $(BUILD_DIR) --parallel $(JOBS)
+
+# Debian packages (CPack) in $(BUILD_DIR)/packages: libztcryptographic1, zthost,
+# libztcryptographic-dev.
+package: build
+	@cmake --build $(BUILD_DIR) --target package
 
 test: build
 	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS) --timeout 120
