@@ -14,7 +14,11 @@
 set -euo pipefail
 
 check=$1 package_dir=$2 build_dir=$3
-work=$(mktemp -d "${TMPDIR:-/tmp}/zt-packages-XXXXXX")
+# The unpacked root must lie outside the build tree for "never names the build tree" to mean
+# anything.
+temp=${TMPDIR:-/tmp}
+case "$(realpath -m "$temp")/" in "$(realpath -m "$build_dir")/"*) temp=/tmp ;; esac
+work=$(mktemp -d "$temp/zt-packages-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 root=$work/root
 
@@ -57,12 +61,15 @@ expect_depends() {
   esac
 }
 
-# Runs the unpacked zthost with a private HOME and TMPDIR; fails on a non-zero exit or on any
-# output that names the build tree.
+# Runs the unpacked zthost with a private HOME and TMPDIR; fails on a non-zero exit, on any
+# output that names the build tree, or when the dynamic loader opened a file from it (the
+# loader's own record of every library it loaded, LD_DEBUG=files).
 zthost() {
-  local out status=0
+  local out status=0 loads
+  rm -rf "$work/ld" && mkdir -p "$work/ld"
   out=$(HOME=$work/home TMPDIR=$work/tmp XDG_CONFIG_HOME=$work/home/.config \
     XDG_DATA_HOME=$work/home/.local/share SOFTSKF_ROOT=$work/no-root \
+    LD_DEBUG=files LD_DEBUG_OUTPUT="$work/ld/zthost" \
     "$root/usr/bin/zthost" "$@" 2>&1) || status=$?
   [ $status -eq 0 ] || fail "zthost $* exited $status:
 $out"
@@ -70,6 +77,11 @@ $out"
     *"$build_dir"*) fail "zthost $* names the build tree $build_dir:
 $out" ;;
   esac
+  loads=$(cat "$work/ld"/zthost.*)
+  if grep -F -- "$build_dir" <<<"$loads"; then
+    fail "zthost $* loaded files from the build tree $build_dir"
+  fi
+  cat "$work/ld"/zthost.* >>"$work/loads"
   printf '%s\n' "$out"
 }
 
@@ -151,6 +163,10 @@ $help"
   zthost decrypt --root "$keys" --pin 246810 --in "$files/report.env" \
     --out "$files/report.out" >/dev/null
   cmp "$files/report.txt" "$files/report.out" || fail "the round trip changed the text"
+  for library in usr/lib/libZtCryptographic.so.1 usr/lib/libztsoftskf.so; do
+    grep -qF "file=$root/$library [0];  dynamically loaded by" "$work/loads" \
+      || fail "the loader never opened $root/$library"
+  done
   echo "unpacked zthost: demo and round trip with the files beside it"
   ;;
 
