@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all bootstrap configure build test test-asan test-valgrind demo bench clean
+.PHONY: all bootstrap configure build test test-asan test-valgrind demo bench clean package
 
 all: build
 
@@ -16,6 +16,11 @@ configure: bootstrap
 build: configure
 	@cmake --build $(BUILD_DIR) --parallel $(JOBS)
 
+# Debian packages (CPack) in $(BUILD_DIR)/packages: libztcryptographic1, zthost,
+# libztcryptographic-dev.
+package: build
+	@cmake --build $(BUILD_DIR) --target package
+
 test: build
 	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS) --timeout 120
 
@@ -23,7 +28,9 @@ test: build
 # its own. LeakSanitizer is on; sanitizers/lsan.supp names the plug-in's deliberate leaks and
 # nothing else. Two tests are left to `make test`: the browser test drives a browser, not our
 # code, and the bridge's load test budgets resident memory and deadlines for the plain build
-# (the sanitizers hold freed memory back on purpose); the bridge's own tests run here.
+# (the sanitizers hold freed memory back on purpose); the bridge's own tests run here. The
+# package tests too: packages are made of the plain build, and a host project linked with a
+# sanitized plug-in would need the sanitizer's runtime loaded first.
 ASAN_BUILD_DIR ?= $(BUILD_DIR)/asan
 SANITIZE_FLAGS := -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer
 
@@ -35,7 +42,7 @@ test-asan: bootstrap
 		LSAN_OPTIONS=suppressions=$(CURDIR)/sanitizers/lsan.supp:print_suppressions=0 \
 		UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 		ctest --test-dir $(ASAN_BUILD_DIR) --output-on-failure --parallel $(JOBS) --timeout 300 \
-		-E '^BridgeLoadTest[.]'
+		-E '^(BridgeLoadTest|InstalledPackages)[.]'
 
 # The end-to-end road under valgrind memcheck: `zthost demo` with no error outside
 # sanitizers/valgrind.supp, which names the same deliberate leaks. Qt's regular-expression JIT

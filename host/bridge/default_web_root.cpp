@@ -1,5 +1,7 @@
 #include "bridge/default_web_root.h"
 
+#include "session/default_paths.h"
+
 #include <QDir>
 #include <QFileInfo>
 
@@ -7,7 +9,11 @@ namespace zthost::bridge {
 
 QStringList defaultWebRootCandidates()
 {
-    return {QStringLiteral(ZT_WEB_SOURCE_DIR), QStringLiteral(ZT_WEB_INSTALL_DIR)};
+    QStringList candidates;
+    if (runsFromBuildTree())
+        candidates << QStringLiteral(ZT_WEB_SOURCE_DIR);
+    candidates << besideExecutable(QStringLiteral(ZT_WEB_DIR_FROM_BINDIR));
+    return candidates;
 }
 
 QString defaultWebRoot()
