@@ -43,10 +43,33 @@ QString promptWithoutEcho(const QString &prompt)
 
 Pin readPin(const std::optional<QString> &fromOption, const QString &prompt)
 {
+    return readPin(fromOption, prompt, kEnvironmentVariable);
+}
+
+Pin readNewPin(const std::optional<QString> &fromOption, const QString &prompt,
+               const QString &repeatPrompt, const char *environmentVariable, bool *mismatch)
+{
+    *mismatch = false;
+    Pin pin = readPin(fromOption, prompt, environmentVariable);
+    if (pin.origin != PinOrigin::Prompt)
+        return pin;
+    QString repeated = promptWithoutEcho(repeatPrompt);
+    const bool same = repeated == pin.text;
+    wipePin(repeated);
+    if (same)
+        return pin;
+    wipePin(pin.text);
+    *mismatch = true;
+    return {};
+}
+
+Pin readPin(const std::optional<QString> &fromOption, const QString &prompt,
+            const char *environmentVariable)
+{
     if (fromOption)
         return {*fromOption, PinOrigin::Option};
-    if (qEnvironmentVariableIsSet(kEnvironmentVariable))
-        return {qEnvironmentVariable(kEnvironmentVariable), PinOrigin::Environment};
+    if (qEnvironmentVariableIsSet(environmentVariable))
+        return {qEnvironmentVariable(environmentVariable), PinOrigin::Environment};
     if (isatty(STDIN_FILENO)) {
         const QString typed = promptWithoutEcho(prompt);
         if (!typed.isEmpty())
