@@ -16,12 +16,10 @@ namespace {
 constexpr char kEnvironmentVariable[] = "ZTHOST_PIN";
 
 // Reads one line from the terminal with echo off, restoring the terminal's settings after,
-// also when reading fails.
+// also when reading fails. Echo goes off (and what was typed ahead is flushed) before the prompt
+// shows, so nothing typed after the prompt is echoed or thrown away.
 QString promptWithoutEcho(const QString &prompt)
 {
-    std::fputs(prompt.toUtf8().constData(), stderr);
-    std::fflush(stderr);
-
     termios saved {};
     const bool haveTerminal = tcgetattr(STDIN_FILENO, &saved) == 0;
     if (haveTerminal) {
@@ -30,6 +28,9 @@ QString promptWithoutEcho(const QString &prompt)
         quiet.c_lflag |= ECHONL;
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
     }
+    std::fputs(prompt.toUtf8().constData(), stderr);
+    std::fflush(stderr);
+
     std::string line;
     for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar())
         line.push_back(char(c));

@@ -1,5 +1,6 @@
 #include "pin_store.h"
 
+#include "byte_view.h"
 #include "device_layout.h"
 #include "file_io.h"
 #include "pin_kdf.h"
@@ -54,6 +55,11 @@ Status matchPin(PinKind kind, const std::string &pin, Check *check, bool *matche
     if (hasWrap(*check, kind))
         return unwrapKek(check->keys.slot(kind), kind, pin, check->keys.iterations, matches,
                          &check->kek);
+    // A record without a verifier belongs to a key record: that file has gone.
+    if (ByteView(check->pin.verifier.data(), check->pin.verifier.size()).allZero())
+        return Status::failure(SAR_FILEERR, std::string(layout::kKeyRecord)
+                                                + " is missing and the PIN record holds no "
+                                                  "verifier");
     Status status = pinMatches(check->pin, pin, matches);
     if (status.ok() && *matches && kind == PinKind::User)
         status = deriveSealingKey(check->pin, pin, &check->kek);

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace softskf_test;
 using namespace softskf_robust;
@@ -162,4 +163,15 @@ TEST_F(SoftSkfPinChange, nullArgumentsAreRefused)
     EXPECT_EQ(SKF_ChangePIN(nullptr, USER_TYPE, pin, pin, &retries), SAR_INVALIDHANDLEERR);
     EXPECT_EQ(SKF_UnblockPIN(nullptr, pin, pin, &retries), SAR_INVALIDHANDLEERR);
     close(session);
+}
+
+TEST_F(SoftSkfPinChange, missingKeyRecordIsAFileErrorThatCountsNothing)
+{
+    provision(kDevice);
+    ASSERT_EQ(::unlink((applicationPath(kDevice) + "/key.dat").c_str()), 0);
+    EXPECT_EQ(verifyOnce(kDevice, kUserPin), SAR_FILEERR);
+    EXPECT_EQ(changeOnce(kDevice, USER_TYPE, kUserPin, kNewUserPin), SAR_FILEERR);
+    EXPECT_EQ(unblockOnce(kDevice, kAdminPin, kNewUserPin), SAR_FILEERR);
+    EXPECT_EQ(remainingTries(kDevice), 6u);
+    EXPECT_EQ(remainingTries(kDevice, nullptr, ADMIN_TYPE), 6u);
 }
