@@ -1,4 +1,4 @@
-// A PIN change or unblock killed at any step never loses the private keys: a child stops itself
+// A PIN change (user or admin) or an unblock killed at any step never loses the private keys: a child stops itself
 // with SIGKILL on reaching a chosen step (test_seams.h) of the key record's and the PIN
 // records' writes, and afterwards the old or the new user PIN opens an envelope made before.
 // Each kill gets a fresh device, so every step is tried on the same starting state.
@@ -136,6 +136,35 @@ TEST_F(SoftSkfPinChangeKills, unblockKilledAtEachStepLeavesTheKeysToTheAdminOrTh
         ASSERT_EQ(unblockOnce(kDevice, kAdminPin, kNewUserPin), SAR_OK);
         ASSERT_EQ(decryptWith(road, kNewUserPin), SAR_OK) << "the keys are lost";
         ++keptOld;
+    }
+    EXPECT_GT(keptOld, 0);
+    EXPECT_GT(tookNew, 0);
+}
+
+TEST_F(SoftSkfPinChangeKills, adminPinChangeKilledAtEachStepLeavesTheOldOrTheNewAdminPinUnblocking)
+{
+    constexpr char kNewAdminPin[] = "new-admin-1357";
+    const auto change = [&] { return changeOnce(kDevice, ADMIN_TYPE, kAdminPin, kNewAdminPin); };
+    freshDevice();
+    const std::vector<std::string> steps = stepsOf(change);
+    ASSERT_TRUE(contains(steps, softskf::seams::kKeysWritten));
+
+    int keptOld = 0, tookNew = 0;
+    for (std::size_t stop = 0; stop < steps.size(); ++stop) {
+        SCOPED_TRACE("killed before step " + std::to_string(stop) + ", " + steps[stop]);
+        const RoadInput road = freshDevice();
+        lockUserPin();
+        ASSERT_EQ(killedAtStep(change, stop).signal, SIGKILL);
+        const ULONG withOld = unblockOnce(kDevice, kAdminPin, kNewUserPin);
+        if (withOld == SAR_OK) {
+            ++keptOld;
+        } else {
+            ASSERT_EQ(withOld, SAR_PIN_INCORRECT);
+            ASSERT_EQ(unblockOnce(kDevice, kNewAdminPin, kNewUserPin), SAR_OK)
+                << "neither admin PIN unblocks";
+            ++tookNew;
+        }
+        ASSERT_EQ(decryptWith(road, kNewUserPin), SAR_OK) << "the keys are lost";
     }
     EXPECT_GT(keptOld, 0);
     EXPECT_GT(tookNew, 0);
