@@ -317,6 +317,14 @@ SKF_EXPORT ULONG DEVAPI SKF_CloseApplication(HAPPLICATION hApplication);
  * are used up answers SAR_PIN_LOCKED, even when it is the right one. */
 SKF_EXPORT ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szPIN,
                                       ULONG *pulRetryCount);
+/* Changes the admin or user PIN after checking the old one, which counts as a try of that PIN
+ * (SAR_PIN_INCORRECT with *pulRetryCount = tries left, SAR_PIN_LOCKED). */
+SKF_EXPORT ULONG DEVAPI SKF_ChangePIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szOldPin,
+                                      LPSTR szNewPin, ULONG *pulRetryCount);
+/* Gives the user PIN a new value and full tries after checking the admin PIN, which counts as
+ * a try of the admin PIN (*pulRetryCount = admin tries left). */
+SKF_EXPORT ULONG DEVAPI SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN,
+                                       LPSTR szNewUserPIN, ULONG *pulRetryCount);
 SKF_EXPORT ULONG DEVAPI SKF_GetPINInfo(HAPPLICATION hApplication, ULONG ulPINType,
                                        ULONG *pulMaxRetryCount, ULONG *pulRemainRetryCount,
                                        BOOL *pbDefaultPin);

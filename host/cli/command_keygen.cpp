@@ -44,7 +44,7 @@ ExitCode runKeygen(const QStringList &arguments)
                     QStringLiteral("NAME")});
     line.addOption({kPin,
                     QStringLiteral("The user PIN, 4 to 64 bytes (else $ZTHOST_PIN, else asked "
-                                   "for on the terminal)."),
+                                   "for twice on the terminal)."),
                     QStringLiteral("PIN")});
     line.addOption({kAdminPin,
                     QStringLiteral("The administrator PIN (default: 8 random digits, shown once)."),
@@ -69,7 +69,11 @@ ExitCode runKeygen(const QStringList &arguments)
                                        .arg(kMaxRetries)
                                        .arg(line.value(kRetries)));
     }
-    const Pin userPin = readPin(line.optionalValue(kPin), QStringLiteral("New user PIN: "));
+    bool mismatch = false;
+    Pin userPin = readNewPin(line.optionalValue(kPin), QStringLiteral("New user PIN: "),
+                             QStringLiteral("Repeat the new user PIN: "), "ZTHOST_PIN", &mismatch);
+    if (mismatch)
+        return failed(QStringLiteral("the two PINs typed differ; nothing was made"));
     if (userPin.origin == PinOrigin::Missing)
         return line.usageError(QStringLiteral("no user PIN: give --pin, set ZTHOST_PIN, or run "
                                               "on a terminal to be asked"));
@@ -90,6 +94,7 @@ ExitCode runKeygen(const QStringList &arguments)
     // The device keeps only hashes and sealed keys; these copies go now (core/pin_wipe.h).
     wipePin(options.userPin);
     wipePin(options.adminPin);
+    wipePin(userPin.text);
     if (!created)
         return failed(QStringLiteral("cannot make device \"%1\" in %2: %3")
                           .arg(line.value(kName), root, QString::fromStdString(error)));

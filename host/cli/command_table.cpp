@@ -13,6 +13,8 @@ const QList<CommandEntry> &commandTable()
         {"cert", "the key's SM2 encryption certificate, as Base64", runCert},
         {"encrypt", "make a digital envelope of a file for a certificate", runEncrypt},
         {"decrypt", "open a digital envelope on the key", runDecrypt},
+        {"passwd", "change the user PIN of a key device", runPasswd},
+        {"unblock", "new user PIN for a locked key device, with the admin PIN", runUnblock},
         {"call", "call any method of the scriptable object by name", runCall},
         {"serve", "serve the demo page and a web bridge to the key on 127.0.0.1", runServe},
         {"help", "this list, or a command's help", runHelp},

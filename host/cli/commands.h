@@ -14,6 +14,8 @@ ExitCode runDevices(const QStringList &arguments);
 ExitCode runCert(const QStringList &arguments);
 ExitCode runEncrypt(const QStringList &arguments);
 ExitCode runDecrypt(const QStringList &arguments);
+ExitCode runPasswd(const QStringList &arguments);
+ExitCode runUnblock(const QStringList &arguments);
 ExitCode runCall(const QStringList &arguments);
 ExitCode runServe(const QStringList &arguments);
 ExitCode runHelp(const QStringList &arguments);

@@ -16,12 +16,10 @@ namespace {
 constexpr char kEnvironmentVariable[] = "ZTHOST_PIN";
 
 // Reads one line from the terminal with echo off, restoring the terminal's settings after,
-// also when reading fails.
+// also when reading fails. Echo goes off (and what was typed ahead is flushed) before the prompt
+// shows, so nothing typed after the prompt is echoed or thrown away.
 QString promptWithoutEcho(const QString &prompt)
 {
-    std::fputs(prompt.toUtf8().constData(), stderr);
-    std::fflush(stderr);
-
     termios saved {};
     const bool haveTerminal = tcgetattr(STDIN_FILENO, &saved) == 0;
     if (haveTerminal) {
@@ -30,6 +28,9 @@ QString promptWithoutEcho(const QString &prompt)
         quiet.c_lflag |= ECHONL;
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
     }
+    std::fputs(prompt.toUtf8().constData(), stderr);
+    std::fflush(stderr);
+
     std::string line;
     for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar())
         line.push_back(char(c));
@@ -43,10 +44,33 @@ QString promptWithoutEcho(const QString &prompt)
 
 Pin readPin(const std::optional<QString> &fromOption, const QString &prompt)
 {
+    return readPin(fromOption, prompt, kEnvironmentVariable);
+}
+
+Pin readNewPin(const std::optional<QString> &fromOption, const QString &prompt,
+               const QString &repeatPrompt, const char *environmentVariable, bool *mismatch)
+{
+    *mismatch = false;
+    Pin pin = readPin(fromOption, prompt, environmentVariable);
+    if (pin.origin != PinOrigin::Prompt)
+        return pin;
+    QString repeated = promptWithoutEcho(repeatPrompt);
+    const bool same = repeated == pin.text;
+    wipePin(repeated);
+    if (same)
+        return pin;
+    wipePin(pin.text);
+    *mismatch = true;
+    return {};
+}
+
+Pin readPin(const std::optional<QString> &fromOption, const QString &prompt,
+            const char *environmentVariable)
+{
     if (fromOption)
         return {*fromOption, PinOrigin::Option};
-    if (qEnvironmentVariableIsSet(kEnvironmentVariable))
-        return {qEnvironmentVariable(kEnvironmentVariable), PinOrigin::Environment};
+    if (qEnvironmentVariableIsSet(environmentVariable))
+        return {qEnvironmentVariable(environmentVariable), PinOrigin::Environment};
     if (isatty(STDIN_FILENO)) {
         const QString typed = promptWithoutEcho(prompt);
         if (!typed.isEmpty())

@@ -51,9 +51,16 @@ std::unique_ptr<SkfDriver> SkfDriver::load(const QString &path, QString *error)
 #undef ZT_RESOLVE
     if (!complete)
         return nullptr;
-    // Not needed to drive a key, so a driver without it still loads.
+    // Not needed to drive a key, so a driver without them still loads.
     f.GetPINInfo = reinterpret_cast<decltype(f.GetPINInfo)>(dlsym(handle, "SKF_GetPINInfo"));
+    f.ChangePIN = reinterpret_cast<decltype(f.ChangePIN)>(dlsym(handle, "SKF_ChangePIN"));
+    f.UnblockPIN = reinterpret_cast<decltype(f.UnblockPIN)>(dlsym(handle, "SKF_UnblockPIN"));
     return driver;
+}
+
+QString SkfDriver::missingText(const char *name) const
+{
+    return QStringLiteral("smart-key driver %1 has no %2").arg(m_path, QLatin1String(name));
 }
 
 SkfDriver::~SkfDriver()

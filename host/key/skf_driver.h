@@ -28,8 +28,11 @@ struct SkfFunctions
     decltype(&SKF_DecryptInit) DecryptInit = nullptr;
     decltype(&SKF_Decrypt) Decrypt = nullptr;
     decltype(&SKF_CloseHandle) CloseHandle = nullptr;
-    // Optional: null when the driver lacks it. Only tools that report retries left call it.
+    // Optional: null when the driver lacks them. Only tools that report retries left or
+    // manage PINs call them; SkfDriver::require names a missing one.
     decltype(&SKF_GetPINInfo) GetPINInfo = nullptr;
+    decltype(&SKF_ChangePIN) ChangePIN = nullptr;
+    decltype(&SKF_UnblockPIN) UnblockPIN = nullptr;
 };
 
 // A smart-key driver library loaded by path (ours or a vendor's), with its functions resolved.
@@ -50,6 +53,20 @@ public:
 
     const QString &path() const { return m_path; }
     const SkfFunctions &functions() const { return m_functions; }
+
+    // Whether the optional function `pointer` (a member of functions()) was found; false with
+    // `error` set to "smart-key driver /x/libdrv.so has no SKF_ChangePIN" otherwise.
+    template <typename Fn>
+    bool require(Fn pointer, const char *name, QString *error) const
+    {
+        if (pointer)
+            return true;
+        if (error)
+            *error = missingText(name);
+        return false;
+    }
+
+    QString missingText(const char *name) const;
 
 private:
     SkfDriver() = default;

@@ -30,7 +30,8 @@ struct ApplicationSession {
     std::string dir;
     bool userLoggedIn = false;
     bool adminLoggedIn = false;
-    // Derived from the user PIN at login; opens the sealed private keys. Empty when logged out.
+    // The KEK (key_record.h), opened with the user PIN at login; opens the sealed private keys.
+    // Empty when logged out.
     SecretBytes sealingKey;
     // Encryption keys already unsealed during this login, by container folder. Unsealing and
     // decoding a key costs more than the SM2 decryption it serves, and a host imports a session

@@ -10,6 +10,8 @@
 #include "pin_store.h"
 #include "registry.h"
 
+#include <openssl/crypto.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -43,6 +45,19 @@ Status presentApplication(HAPPLICATION handle, ApplicationSession **application)
         return invalidHandle("device");
     return checkDevicePresent(device->dir);
 }
+
+// A PIN argument, reading one byte past the longest PIN at most, so the length check needs no
+// NUL.
+std::string pinArgument(LPSTR pin)
+{
+    return std::string(pin, strnlen(pin, kMaxPinLength + 1));
+}
+
+// Wipes a std::string's bytes before it goes.
+struct WipedString {
+    std::string text;
+    ~WipedString() { OPENSSL_cleanse(text.data(), text.size()); }
+};
 
 } // namespace
 
@@ -122,7 +137,10 @@ ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szP
         const std::string pin(szPIN, strnlen(szPIN, kMaxPinLength + 1));
         std::uint32_t remaining = 0;
         SecretBytes sealingKey;
-        status = verifyPinCounting(application->dir, kind, pin, &remaining, &sealingKey);
+        // An admin check beside a user login hands over the KEK, which lets a device of the
+        // earlier layout gain its admin wrap.
+        status = verifyPinCounting(application->dir, kind, pin, &remaining, &sealingKey,
+                                   application->userLoggedIn ? &application->sealingKey : nullptr);
         const bool counted = status.ok() || status.code == SAR_PIN_INCORRECT
                              || status.code == SAR_PIN_LOCKED;
         if (pulRetryCount && counted)
@@ -142,6 +160,63 @@ ULONG DEVAPI SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szP
                 application->adminLoggedIn = false;
             }
         }
+        return status;
+    });
+}
+
+ULONG DEVAPI SKF_ChangePIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szOldPin,
+                           LPSTR szNewPin, ULONG *pulRetryCount)
+{
+    return guarded(__func__, [&]() -> Status {
+        ApplicationSession *application = nullptr;
+        Status status = presentApplication(hApplication, &application);
+        if (!status.ok())
+            return status;
+        PinKind kind;
+        status = pinKindOf(ulPINType, &kind);
+        if (!status.ok())
+            return status;
+        if (!szOldPin || !szNewPin)
+            return nullArgument("PIN");
+        const WipedString oldPin{pinArgument(szOldPin)};
+        const WipedString newPin{pinArgument(szNewPin)};
+        std::uint32_t remaining = 0;
+        status = changePinCounting(application->dir, kind, oldPin.text, newPin.text, &remaining);
+        const bool counted = status.ok() || status.code == SAR_PIN_INCORRECT
+                             || status.code == SAR_PIN_LOCKED;
+        if (pulRetryCount && counted)
+            *pulRetryCount = remaining;
+        if (counted && !status.ok()) {
+            if (kind == PinKind::User)
+                application->forgetUserLogin();
+            else
+                application->adminLoggedIn = false;
+        }
+        return status;
+    });
+}
+
+ULONG DEVAPI SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN, LPSTR szNewUserPIN,
+                            ULONG *pulRetryCount)
+{
+    return guarded(__func__, [&]() -> Status {
+        ApplicationSession *application = nullptr;
+        Status status = presentApplication(hApplication, &application);
+        if (!status.ok())
+            return status;
+        if (!szAdminPIN || !szNewUserPIN)
+            return nullArgument("PIN");
+        const WipedString adminPin{pinArgument(szAdminPIN)};
+        const WipedString newUserPin{pinArgument(szNewUserPIN)};
+        std::uint32_t remaining = 0;
+        status = unblockUserPinCounting(application->dir, adminPin.text, newUserPin.text,
+                                        &remaining);
+        const bool counted = status.ok() || status.code == SAR_PIN_INCORRECT
+                             || status.code == SAR_PIN_LOCKED;
+        if (pulRetryCount && counted)
+            *pulRetryCount = remaining;
+        if (counted && !status.ok())
+            application->adminLoggedIn = false;
         return status;
     });
 }

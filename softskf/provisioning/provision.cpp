@@ -80,23 +80,6 @@ Status findApplication(const std::string &root, const std::string &device, std::
     return Status::success();
 }
 
-// Checks the user PIN against its record without counting a try and derives the sealing key.
-Status openWithUserPin(const std::string &applicationDir, const std::string &userPin,
-                       SecretBytes *sealingKey)
-{
-    PinRecord record;
-    Status status = readPinRecord(applicationDir, PinKind::User, &record);
-    if (!status.ok())
-        return status;
-    bool matches = false;
-    status = pinMatches(record, userPin, &matches);
-    if (!status.ok())
-        return status;
-    if (!matches)
-        return Status::failure(SAR_PIN_INCORRECT, "wrong user PIN");
-    return deriveSealingKey(record, userPin, sealingKey);
-}
-
 Status writeKeyPair(const std::string &containerDir, std::uint32_t type, KeyUsage usage,
                     const ContainerOptions &options, const SecretBytes &sealingKey)
 {
@@ -182,14 +165,9 @@ Status writeDevice(const std::string &deviceDir, const DeviceOptions &options)
     status = makePrivateDirectory(applicationDir);
     if (!status.ok())
         return status;
-    PinRecord user, admin;
-    status = makePinRecord(options.userPin, iterations, options.maxRetries, &user);
-    if (status.ok())
-        status = makePinRecord(options.adminPin, iterations, options.maxRetries, &admin);
-    if (status.ok())
-        status = writePinRecord(applicationDir, PinKind::User, user);
-    if (status.ok())
-        status = writePinRecord(applicationDir, PinKind::Admin, admin);
+    SecretBytes kek;
+    status = writeNewPinRecords(applicationDir, options.userPin, options.adminPin, iterations,
+                                options.maxRetries, &kek);
     if (status.ok()) {
         // Created now so that its mode is ours, not whatever the first PIN check's umask gives.
         FileLock lock;
@@ -198,15 +176,11 @@ Status writeDevice(const std::string &deviceDir, const DeviceOptions &options)
     if (!status.ok())
         return status;
 
-    SecretBytes sealingKey;
-    status = deriveSealingKey(user, options.userPin, &sealingKey);
-    if (!status.ok())
-        return status;
     ContainerOptions container;
     container.name = options.containerName;
     container.type = ContainerType::Sm2;
     container.commonName = options.commonName.empty() ? options.name : options.commonName;
-    return writeContainer(applicationDir, container, sealingKey);
+    return writeContainer(applicationDir, container, kek);
 }
 
 } // namespace

@@ -11,11 +11,12 @@ namespace softskf::layout {
 //     device.dat                     serial number
 //     <application>/                 the one application, "SOFTAPP" by default
 //       .lock                        advisory lock around PIN counter updates
-//       user.pin, admin.pin          salted PBKDF2 verifiers and retry counters
+//       user.pin, admin.pin          retry counters (and, earlier layout, PBKDF2 verifiers)
+//       key.dat                      the KEK wrapped under the user PIN and under the admin PIN
 //       <container>/                 one folder per container
 //         container.dat              container type
 //         enc.cer, sign.cer          certificates (DER), each optional
-//         enc.key, sign.key          private keys sealed under the user PIN, each optional
+//         enc.key, sign.key          private keys sealed under the KEK, each optional
 //
 // Files are 0600 and replaced by rename, never rewritten in place.
 
@@ -23,6 +24,7 @@ inline constexpr char kDeviceRecord[] = "device.dat";
 inline constexpr char kApplicationLock[] = ".lock";
 inline constexpr char kUserPin[] = "user.pin";
 inline constexpr char kAdminPin[] = "admin.pin";
+inline constexpr char kKeyRecord[] = "key.dat";
 inline constexpr char kContainerRecord[] = "container.dat";
 inline constexpr char kEncryptionCertificate[] = "enc.cer";
 inline constexpr char kSigningCertificate[] = "sign.cer";

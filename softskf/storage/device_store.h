@@ -28,7 +28,7 @@ Status readContainerRecord(const std::string &containerDir, ContainerRecord *rec
 Status readCertificate(const std::string &containerDir, KeyUsage usage,
                        std::vector<unsigned char> *der);
 
-// The private key for that usage, unsealed with the key derived from the user PIN;
+// The private key for that usage, unsealed with the KEK opened by the user PIN;
 // SAR_KEYNOTFOUNTERR when the container holds none.
 Status loadPrivateKey(const std::string &containerDir, std::uint32_t containerType, KeyUsage usage,
                       const SecretBytes &sealingKey, PkeyPtr *key);

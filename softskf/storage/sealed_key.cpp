@@ -126,7 +126,7 @@ Status unsealPrivateKey(const SecretBytes &sealingKey, std::uint32_t containerTy
         return cipherFailure("opening");
     if (EVP_DecryptFinal_ex(ctx.get(), plain.data() + length, &length) != 1)
         return Status::failure(SAR_FILEERR, "sealed key does not authenticate: altered file or "
-                                            "a different user PIN");
+                                            "a different KEK");
     *pkcs8 = std::move(plain);
     return Status::success();
 }

@@ -13,7 +13,7 @@ enum class KeyUsage : std::uint32_t { Encryption = 1, Signing = 2 };
 // Bounds a sealed key file read back from disk; a 4096-bit RSA key seals to about 2.4 KiB.
 inline constexpr std::size_t kMaxSealedKeySize = 8 * 1024;
 
-// Seals a private key (PKCS#8 DER) with AES-256-GCM under the PIN-derived sealing key. The
+// Seals a private key (PKCS#8 DER) with AES-256-GCM under the sealing key (the KEK). The
 // container type and the key's usage are authenticated with it, so a sealed file moved to
 // another slot does not open.
 Status sealPrivateKey(const SecretBytes &sealingKey, std::uint32_t containerType, KeyUsage usage,

@@ -14,14 +14,18 @@
 
 namespace softskf::seams {
 
-// The steps, in the order a PIN check that changes the counter passes them.
+// The steps, in the order a PIN operation passes them. Every file written passes the four
+// steps of the writer (temporary, fsync, rename, folder fsync), then the step naming the
+// record: a PIN change or unblock writes the key record, then the PIN records.
 inline constexpr char kPinLocked[] = "PIN record locked";
 inline constexpr char kPinRead[] = "PIN record read";
+inline constexpr char kKeysRead[] = "key record read";
 inline constexpr char kPinCompared[] = "PIN compared";
 inline constexpr char kWriteTemporary[] = "write temporary";
 inline constexpr char kSyncTemporary[] = "fsync temporary";
 inline constexpr char kRename[] = "rename temporary over record";
 inline constexpr char kSyncFolder[] = "fsync folder";
+inline constexpr char kKeysWritten[] = "key record written";
 inline constexpr char kPinWritten[] = "PIN record written";
 
 #ifdef SOFTSKF_TEST_SEAMS

@@ -19,6 +19,8 @@ CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> 
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.remove(QStringLiteral("ZTHOST_PIN"));
+    env.remove(QStringLiteral("ZTHOST_NEW_PIN"));
+    env.remove(QStringLiteral("ZTHOST_ADMIN_PIN"));
     env.insert(QStringLiteral("SOFTSKF_ROOT"), m_root.path());
     env.insert(QStringLiteral("TMPDIR"), m_temp.path());
     for (auto it = environment.cbegin(); it != environment.cend(); ++it)

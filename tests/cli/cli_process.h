@@ -22,7 +22,8 @@ struct CliRun
 };
 
 // The zthost command as a process, each test with its own software device root (SOFTSKF_ROOT)
-// and TMPDIR, removed afterwards. The process gets no terminal and no ZTHOST_PIN unless a test
+// and TMPDIR, removed afterwards. The process gets no terminal and no ZTHOST_PIN (nor
+// ZTHOST_NEW_PIN, ZTHOST_ADMIN_PIN) unless a test
 // sets one, so it never waits for a typed PIN.
 class CliTest : public ::testing::Test
 {

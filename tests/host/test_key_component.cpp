@@ -71,6 +71,27 @@ TEST_F(KeyComponentTest, driverWithoutTheFunctionsIsNamedBySymbol)
                          .arg(QStringLiteral(ZT_NOT_A_DRIVER_PATH)));
 }
 
+TEST_F(KeyComponentTest, pinManagementFunctionsAreOptionalAndNamedWhenMissing)
+{
+    QString error;
+    const std::unique_ptr<SkfDriver> soft =
+        SkfDriver::load(QStringLiteral(ZT_SOFTSKF_DRIVER_PATH), &error);
+    ASSERT_NE(soft, nullptr) << error.toStdString();
+    EXPECT_NE(soft->functions().ChangePIN, nullptr);
+    EXPECT_NE(soft->functions().UnblockPIN, nullptr);
+    EXPECT_TRUE(soft->require(soft->functions().ChangePIN, "SKF_ChangePIN", &error));
+
+    // The recording driver passes on only what the key component needs.
+    const std::unique_ptr<SkfDriver> recording =
+        SkfDriver::load(QStringLiteral(ZT_RECORDING_DRIVER_PATH), &error);
+    ASSERT_NE(recording, nullptr) << error.toStdString();
+    EXPECT_EQ(recording->functions().ChangePIN, nullptr);
+    EXPECT_EQ(recording->functions().UnblockPIN, nullptr);
+    EXPECT_FALSE(recording->require(recording->functions().UnblockPIN, "SKF_UnblockPIN", &error));
+    EXPECT_EQ(error, QStringLiteral("smart-key driver %1 has no SKF_UnblockPIN")
+                         .arg(QStringLiteral(ZT_RECORDING_DRIVER_PATH)));
+}
+
 TEST_F(KeyComponentTest, containersAreListedAndOpened)
 {
     provision(QStringLiteral("alpha"));

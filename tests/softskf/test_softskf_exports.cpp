@@ -25,6 +25,7 @@ TEST(SoftSkfExports, sharedLibraryExportsExactlyTheSkfFunctions)
         "SKF_EnumDev",          "SKF_ConnectDev",        "SKF_DisConnectDev",
         "SKF_GetDevInfo",       "SKF_EnumApplication",   "SKF_OpenApplication",
         "SKF_CloseApplication", "SKF_VerifyPIN",         "SKF_GetPINInfo",
+        "SKF_ChangePIN",        "SKF_UnblockPIN",
         "SKF_ClearSecureState", "SKF_EnumContainer",     "SKF_OpenContainer",
         "SKF_CloseContainer",   "SKF_GetContainerType",  "SKF_ExportCertificate",
         "SKF_ImportSessionKey", "SKF_DecryptInit",       "SKF_Decrypt",

@@ -150,7 +150,7 @@ RoadResult walkRoad(const RoadInput &input)
     return result;
 }
 
-ULONG remainingTries(const std::string &device, ULONG *code)
+ULONG remainingTries(const std::string &device, ULONG *code, ULONG pinType)
 {
     std::string name = device;
     char application[] = "SOFTAPP";
@@ -162,7 +162,7 @@ ULONG remainingTries(const std::string &device, ULONG *code)
     if (rv == SAR_OK) {
         rv = SKF_OpenApplication(handle, application, &app);
         if (rv == SAR_OK)
-            rv = SKF_GetPINInfo(app, USER_TYPE, &max, &left, &isDefault);
+            rv = SKF_GetPINInfo(app, pinType, &max, &left, &isDefault);
         SKF_DisConnectDev(handle);
     }
     if (code)
@@ -187,6 +187,83 @@ ULONG verifyOnce(const std::string &device, const char *pin)
         rv = SKF_VerifyPIN(app, USER_TYPE, text.data(), &retries);
     SKF_DisConnectDev(handle);
     return rv;
+}
+
+namespace {
+
+// Connects to the device and opens its application, runs `body` and disconnects.
+ULONG onApplication(const std::string &device, const std::function<ULONG(HAPPLICATION)> &body)
+{
+    std::string name = device;
+    char application[] = "SOFTAPP";
+    DEVHANDLE handle = nullptr;
+    HAPPLICATION app = nullptr;
+    ULONG rv = SKF_ConnectDev(name.data(), &handle);
+    if (rv != SAR_OK)
+        return rv;
+    rv = SKF_OpenApplication(handle, application, &app);
+    if (rv == SAR_OK)
+        rv = body(app);
+    SKF_DisConnectDev(handle);
+    return rv;
+}
+
+} // namespace
+
+ULONG decryptWith(const RoadInput &input, const char *pin)
+{
+    return onApplication(input.device, [&](HAPPLICATION app) {
+        std::string text = pin;
+        ULONG retries = 0;
+        ULONG rv = SKF_VerifyPIN(app, USER_TYPE, text.data(), &retries);
+        if (rv != SAR_OK)
+            return rv;
+        char containerName[] = "SM2Container";
+        HCONTAINER container = nullptr;
+        rv = SKF_OpenContainer(app, containerName, &container);
+        if (rv != SAR_OK)
+            return rv;
+        Bytes blob = input.wrappedKey;
+        HANDLE key = nullptr;
+        rv = SKF_ImportSessionKey(container, SGD_SM4_ECB, blob.data(), ULONG(blob.size()), &key);
+        if (rv == SAR_OK) {
+            rv = SKF_DecryptInit(key, paddingParam(SKF_PKCS7_PADDING));
+            Bytes plain;
+            if (rv == SAR_OK)
+                rv = decryptAll(key, input.cipher, &plain);
+            if (rv == SAR_OK && plain != input.plain)
+                rv = SAR_FAIL;
+            SKF_CloseHandle(key);
+        }
+        SKF_CloseContainer(container);
+        return rv;
+    });
+}
+
+ULONG changeOnce(const std::string &device, ULONG pinType, const char *oldPin, const char *newPin,
+                 ULONG *retries)
+{
+    return onApplication(device, [&](HAPPLICATION app) {
+        std::string oldText = oldPin, newText = newPin;
+        ULONG left = 0;
+        const ULONG rv = SKF_ChangePIN(app, pinType, oldText.data(), newText.data(), &left);
+        if (retries)
+            *retries = left;
+        return rv;
+    });
+}
+
+ULONG unblockOnce(const std::string &device, const char *adminPin, const char *newUserPin,
+                  ULONG *retries)
+{
+    return onApplication(device, [&](HAPPLICATION app) {
+        std::string adminText = adminPin, newText = newUserPin;
+        ULONG left = 0;
+        const ULONG rv = SKF_UnblockPIN(app, adminText.data(), newText.data(), &left);
+        if (retries)
+            *retries = left;
+        return rv;
+    });
 }
 
 bool dropFileAccessOverride()

@@ -53,9 +53,21 @@ RoadResult walkRoad(const RoadInput &input);
 // A session key wrapped for a device's certificate and content encrypted with it.
 RoadInput roadFor(const std::string &root, const std::string &device);
 
-// The user PIN's tries left as a fresh connection reads them from disk. With `code` null a
-// failure to read them fails the test; else the failure's code goes there.
-ULONG remainingTries(const std::string &device, ULONG *code = nullptr);
+// A PIN's tries left as a fresh connection reads them from disk. With `code` null a failure
+// to read them fails the test; else the failure's code goes there.
+ULONG remainingTries(const std::string &device, ULONG *code = nullptr, ULONG pinType = USER_TYPE);
+
+// On a connection of its own: logs in with the user PIN `pin`, imports the input's session key
+// and decrypts. SAR_OK when the right plaintext came out, else the first failing code (SAR_FAIL
+// for a wrong plaintext).
+ULONG decryptWith(const RoadInput &input, const char *pin);
+
+// SKF_ChangePIN and SKF_UnblockPIN on a connection of their own; the code, and the tries left
+// in *retries when given.
+ULONG changeOnce(const std::string &device, ULONG pinType, const char *oldPin, const char *newPin,
+                 ULONG *retries = nullptr);
+ULONG unblockOnce(const std::string &device, const char *adminPin, const char *newUserPin,
+                  ULONG *retries = nullptr);
 
 // One user PIN check on a connection of its own; answers the check's code.
 ULONG verifyOnce(const std::string &device, const char *pin);
