@@ -13,6 +13,8 @@
 #include "key/skf_driver.h"
 #include "key/skf_errors.h"
 
+#include <functional>
+
 namespace zthost::cli {
 
 namespace {
@@ -149,6 +151,36 @@ std::unique_ptr<SkfDriver> loadDriver(const SessionOptions &host)
     return driver;
 }
 
+// The shared middle of passwd and unblock: reads the new user PIN, opens the application and
+// hands `call` the first PIN (the current or the administrator one) and the new one as bytes.
+// Every copy is wiped (core/pin_wipe.h) on every path. Answers Success with the driver's code and
+// tries left in `code` and `triesLeft`, or the exit code of a step that stopped the command.
+ExitCode callWithPinPair(const SkfDriver &driver, const CommandLine &line, Pin &first,
+                         OpenedApplication *opened, ULONG *code, ULONG *triesLeft,
+                         const std::function<ULONG(char *, char *, ULONG *)> &call)
+{
+    Pin newPin;
+    const ExitCode readNew = readNewUserPin(line, &newPin);
+    if (readNew != ExitCode::Success) {
+        wipePin(first.text);
+        return readNew;
+    }
+    QString error;
+    if (!openApplication(driver, line.value(kDevice), opened, &error)) {
+        wipePin(first.text);
+        wipePin(newPin.text);
+        return failed(error);
+    }
+    QByteArray firstBytes = first.text.toUtf8();
+    QByteArray newBytes = newPin.text.toUtf8();
+    wipePin(first.text);
+    wipePin(newPin.text);
+    *code = call(firstBytes.data(), newBytes.data(), triesLeft);
+    wipePin(firstBytes);
+    wipePin(newBytes);
+    return ExitCode::Success;
+}
+
 } // namespace
 
 ExitCode runPasswd(const QStringList &arguments)
@@ -182,27 +214,17 @@ ExitCode runPasswd(const QStringList &arguments)
     if (oldPin.origin == PinOrigin::Missing)
         return line.usageError(QStringLiteral("no current user PIN: give --pin, set ZTHOST_PIN, "
                                               "or run on a terminal to be asked"));
-    Pin newPin;
-    const ExitCode readNew = readNewUserPin(line, &newPin);
-    if (readNew != ExitCode::Success) {
-        wipePin(oldPin.text);
-        return readNew;
-    }
     OpenedApplication opened;
-    if (!openApplication(*driver, line.value(kDevice), &opened, &error)) {
-        wipePin(oldPin.text);
-        wipePin(newPin.text);
-        return failed(error);
-    }
-    QByteArray oldBytes = oldPin.text.toUtf8();
-    QByteArray newBytes = newPin.text.toUtf8();
-    wipePin(oldPin.text);
-    wipePin(newPin.text);
+    ULONG code = SAR_OK;
     ULONG triesLeft = 0;
-    const ULONG code = driver->functions().ChangePIN(opened.application, USER_TYPE,
-                                                     oldBytes.data(), newBytes.data(), &triesLeft);
-    wipePin(oldBytes);
-    wipePin(newBytes);
+    const ExitCode stopped = callWithPinPair(
+        *driver, line, oldPin, &opened, &code, &triesLeft,
+        [&](char *oldBytes, char *newBytes, ULONG *tries) {
+            return driver->functions().ChangePIN(opened.application, USER_TYPE, oldBytes,
+                                                 newBytes, tries);
+        });
+    if (stopped != ExitCode::Success)
+        return stopped;
     if (code != SAR_OK)
         return failed(QStringLiteral("key device \"%1\": %2")
                           .arg(opened.deviceName,
@@ -245,27 +267,17 @@ ExitCode runUnblock(const QStringList &arguments)
     if (adminPin.origin == PinOrigin::Missing)
         return line.usageError(QStringLiteral("no administrator PIN: give --admin-pin, set "
                                               "ZTHOST_ADMIN_PIN, or run on a terminal to be asked"));
-    Pin newPin;
-    const ExitCode readNew = readNewUserPin(line, &newPin);
-    if (readNew != ExitCode::Success) {
-        wipePin(adminPin.text);
-        return readNew;
-    }
     OpenedApplication opened;
-    if (!openApplication(*driver, line.value(kDevice), &opened, &error)) {
-        wipePin(adminPin.text);
-        wipePin(newPin.text);
-        return failed(error);
-    }
-    QByteArray adminBytes = adminPin.text.toUtf8();
-    QByteArray newBytes = newPin.text.toUtf8();
-    wipePin(adminPin.text);
-    wipePin(newPin.text);
+    ULONG code = SAR_OK;
     ULONG triesLeft = 0;
-    const ULONG code = driver->functions().UnblockPIN(opened.application, adminBytes.data(),
-                                                      newBytes.data(), &triesLeft);
-    wipePin(adminBytes);
-    wipePin(newBytes);
+    const ExitCode stopped = callWithPinPair(
+        *driver, line, adminPin, &opened, &code, &triesLeft,
+        [&](char *adminBytes, char *newBytes, ULONG *tries) {
+            return driver->functions().UnblockPIN(opened.application, adminBytes, newBytes,
+                                                  tries);
+        });
+    if (stopped != ExitCode::Success)
+        return stopped;
     if (code != SAR_OK)
         return failed(QStringLiteral("key device \"%1\": %2")
                           .arg(opened.deviceName, pinFailureText("SKF_UnblockPIN", code, triesLeft,
