@@ -142,10 +142,18 @@ ExitCode readNewUserPin(const CommandLine &line, Pin *pin)
 }
 
 // Loads the driver; null after printing why.
-std::unique_ptr<SkfDriver> loadDriver(const SessionOptions &host)
+// The driver the command line names, with `function` (SKF_ChangePIN or SKF_UnblockPIN) in it;
+// null after printing why not.
+template <typename Fn>
+std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, Fn SkfFunctions::*function,
+                                          const char *name)
 {
+    const SessionOptions host = line.hostOptions();
+    applyToProcess(host);
     QString error;
     std::unique_ptr<SkfDriver> driver = SkfDriver::load(host.skfDriverPath, &error);
+    if (driver && !driver->require(driver->functions().*function, name, &error))
+        driver.reset();
     if (!driver)
         printError(error);
     return driver;
@@ -201,14 +209,9 @@ ExitCode runPasswd(const QStringList &arguments)
         return CommandLine::exitCodeOf(parsed);
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
-    const SessionOptions host = line.hostOptions();
-    applyToProcess(host);
-    std::unique_ptr<SkfDriver> driver = loadDriver(host);
+    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, &SkfFunctions::ChangePIN, "SKF_ChangePIN");
     if (!driver)
         return ExitCode::Failure;
-    QString error;
-    if (!driver->require(driver->functions().ChangePIN, "SKF_ChangePIN", &error))
-        return failed(error);
 
     Pin oldPin = readPin(line.optionalValue(kPin), QStringLiteral("Current user PIN: "));
     if (oldPin.origin == PinOrigin::Missing)
@@ -253,14 +256,9 @@ ExitCode runUnblock(const QStringList &arguments)
         return CommandLine::exitCodeOf(parsed);
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
-    const SessionOptions host = line.hostOptions();
-    applyToProcess(host);
-    std::unique_ptr<SkfDriver> driver = loadDriver(host);
+    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, &SkfFunctions::UnblockPIN, "SKF_UnblockPIN");
     if (!driver)
         return ExitCode::Failure;
-    QString error;
-    if (!driver->require(driver->functions().UnblockPIN, "SKF_UnblockPIN", &error))
-        return failed(error);
 
     Pin adminPin = readPin(line.optionalValue(kAdminPin), QStringLiteral("Administrator PIN: "),
                            kAdminPinVariable);
