@@ -45,8 +45,15 @@ ExitCode runCall(const QStringList &arguments)
     const Answer answer = session->call(method, values);
     if (answer.value.isValid())
         printLine(answer.text());
-    if (!answer.succeeded)
-        return failed(answer.failure);
+    if (!answer.succeeded) {
+        failed(answer.failure);
+        // An envelope among the arguments (WebZtDecode's) lets the diagnosis name its recipient.
+        QByteArray envelope;
+        if (method == QLatin1String("WebZtDecode") && !values.isEmpty())
+            envelope = QByteArray::fromBase64(values.first().toString().toLatin1());
+        printDiagnosis(*session, envelope);
+        return ExitCode::Failure;
+    }
     return ExitCode::Success;
 }
 

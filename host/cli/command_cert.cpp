@@ -28,8 +28,11 @@ ExitCode runCert(const QStringList &arguments)
     if (!session || !openKey(*session))
         return ExitCode::Failure;
     const Answer certificate = session->call(QStringLiteral("WebGetCertData"), {QString()});
-    if (!certificate.succeeded)
-        return failed(certificate.failure);
+    if (!certificate.succeeded) {
+        failed(certificate.failure);
+        printDiagnosis(*session);
+        return ExitCode::Failure;
+    }
     QString error;
     if (!writeResult(line.value(kOut), certificate.text().toLatin1() + '\n', &error))
         return failed(error);

@@ -54,10 +54,14 @@ ExitCode runDecrypt(const QStringList &arguments)
         return ExitCode::Failure;
     if (!verifyPin(*session, pin.text))
         return ExitCode::Failure;
+    const QString envelope = envelopeAsBase64(file);
     const Answer decoded = session->call(QStringLiteral("WebZtDecode"),
-                                         {envelopeAsBase64(file), QVariant::fromValue<qulonglong>(ZtSessionKey::kAlgorithmId)});
-    if (!decoded.succeeded)
-        return failed(decoded.failure);
+                                         {envelope, QVariant::fromValue<qulonglong>(ZtSessionKey::kAlgorithmId)});
+    if (!decoded.succeeded) {
+        failed(decoded.failure);
+        printDiagnosis(*session, QByteArray::fromBase64(envelope.toLatin1()));
+        return ExitCode::Failure;
+    }
     if (!writeResult(line.value(kOut), QByteArray::fromBase64(decoded.text().toLatin1()), &error))
         return failed(error);
     return ExitCode::Success;

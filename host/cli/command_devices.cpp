@@ -12,6 +12,9 @@ QString triesText(const DeviceEntry &entry)
 {
     if (entry.triesLeft < 0)
         return QStringLiteral("unknown");
+    // No tries left: the PIN is locked until `zthost unblock` gives it a new value.
+    if (entry.triesLeft == 0)
+        return QStringLiteral("locked (0 of %1)").arg(entry.maxTries);
     return QStringLiteral("%1 of %2").arg(entry.triesLeft).arg(entry.maxTries);
 }
 
@@ -30,7 +33,7 @@ ExitCode runDevices(const QStringList &arguments)
     CommandLine line(QStringLiteral("devices"), QStringLiteral("[options]"),
                      QStringLiteral("Lists the key devices the smart-key driver sees, each "
                                     "application on its own line, with the user PIN's tries "
-                                    "left.\nNothing is written to standard output when there is "
+                                    "left\n(\"locked\" once none are left: 'zthost unblock' gives it a new PIN).\nNothing is written to standard output when there is "
                                     "no device. A device or application that cannot be read "
                                     "is named on standard error, the others are still listed, "
                                     "and the exit status is 1."));

@@ -23,6 +23,11 @@ bool openKey(HostSession &session);
 // "WebVerifyPin answered false: <message>".
 bool verifyPin(HostSession &session, QString &pin);
 
+// After a call of the plug-in failed and its message was printed: one more line saying which
+// cause the host saw (failure_diagnosis.h), when it saw one. `envelopeDer` is the envelope the
+// failed call was opening, if any.
+void printDiagnosis(HostSession &session, const QByteArray &envelopeDer = QByteArray());
+
 // Prints `message` as a failure and answers ExitCode::Failure.
 ExitCode failed(const QString &message);
 

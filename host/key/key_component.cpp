@@ -1,6 +1,7 @@
 #include "key/key_component.h"
 
 #include "core/host_log.h"
+#include "key/driver_answers.h"
 #include "key/key_object.h"
 #include "key/name_list.h"
 #include "key/skf_driver.h"
@@ -10,23 +11,39 @@ namespace zthost {
 
 namespace {
 
-std::unique_ptr<SkfDriver> loadOrLog(const QString &path, HostLog &log)
+std::unique_ptr<SkfDriver> loadOrLog(const QString &path, HostLog &log, DriverAnswers *answers)
 {
     QString error;
     std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, &error);
-    if (!driver)
+    if (answers)
+        answers->setDriverPath(path);
+    if (!driver) {
         log.error(error);
+        if (answers)
+            answers->recordLoadError(error);
+    }
     return driver;
 }
 
 } // namespace
 
 KeyComponent::KeyComponent(const QString &driverPath, HostLog &log, QObject *parent)
-    : KeyComponent(loadOrLog(driverPath, log), log, parent)
+    : KeyComponent(driverPath, log, nullptr, parent)
 {}
 
+KeyComponent::KeyComponent(const QString &driverPath, HostLog &log,
+                           std::shared_ptr<DriverAnswers> answers, QObject *parent)
+    : KeyComponent(loadOrLog(driverPath, log, answers.get()), log, parent)
+{
+    if (answers)
+        m_answers = std::move(answers);
+}
+
 KeyComponent::KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent)
-    : QObject(parent), m_driver(std::move(driver)), m_log(log)
+    : QObject(parent),
+      m_driver(std::move(driver)),
+      m_log(log),
+      m_answers(std::make_shared<DriverAnswers>())
 {}
 
 KeyComponent::~KeyComponent()
@@ -48,8 +65,10 @@ QStringList KeyComponent::deviceNames()
         &names);
     if (code != SAR_OK) {
         m_log.error(skfFailureText("SKF_EnumDev", code));
+        m_answers->recordFailure({QString(), QStringLiteral("SKF_EnumDev"), code});
         names.clear();
     }
+    m_answers->recordDevicesListed(names.size());
     return names;
 }
 
@@ -73,6 +92,7 @@ QObject *KeyComponent::open(int index)
     if (code != SAR_OK || !device) {
         m_log.error(QStringLiteral("key device \"%1\": %2")
                         .arg(name, skfFailureText("SKF_ConnectDev", code)));
+        m_answers->recordFailure({name, QStringLiteral("SKF_ConnectDev"), code});
         return nullptr;
     }
 
@@ -86,6 +106,8 @@ QObject *KeyComponent::open(int index)
         m_log.error(QStringLiteral("key device \"%1\": %2")
                         .arg(name, code != SAR_OK ? skfFailureText("SKF_EnumApplication", code)
                                                   : QStringLiteral("holds no application")));
+        if (code != SAR_OK)
+            m_answers->recordFailure({name, QStringLiteral("SKF_EnumApplication"), code});
         m_driver->functions().DisConnectDev(device);
         return nullptr;
     }
@@ -97,11 +119,13 @@ QObject *KeyComponent::open(int index)
         m_log.error(
             QStringLiteral("key device \"%1\": %2, application \"%3\"")
                 .arg(name, skfFailureText("SKF_OpenApplication", code), applications.first()));
+        m_answers->recordFailure({name, QStringLiteral("SKF_OpenApplication"), code});
         m_driver->functions().DisConnectDev(device);
         return nullptr;
     }
 
     auto *key = new KeyObject(*m_driver, m_log, name, device, application, this);
+    key->setAnswers(m_answers);
     m_opened.append(QPointer<KeyObject>(key));
     return key;
 }

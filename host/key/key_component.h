@@ -10,6 +10,7 @@
 
 namespace zthost {
 
+class DriverAnswers;
 class HostLog;
 class KeyObject;
 class SkfDriver;
@@ -28,6 +29,10 @@ public:
     // Loads the driver at `driverPath`. When that fails the component lists no device, and the
     // reason goes to `log` once.
     KeyComponent(const QString &driverPath, HostLog &log, QObject *parent = nullptr);
+    // The same, recording what the driver answers in `answers` (key/driver_answers.h), which a
+    // host keeps to explain the plug-in's failures; null records nowhere.
+    KeyComponent(const QString &driverPath, HostLog &log, std::shared_ptr<DriverAnswers> answers,
+                 QObject *parent = nullptr);
     // `driver` may be null: no device is listed.
     KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent = nullptr);
     ~KeyComponent() override;
@@ -47,6 +52,8 @@ public:
 private:
     std::unique_ptr<SkfDriver> m_driver;
     HostLog &m_log;
+    // Never null: a component nobody reads from records into one of its own.
+    std::shared_ptr<DriverAnswers> m_answers;
     QList<QPointer<KeyObject>> m_opened;
 };
 

@@ -2,6 +2,7 @@
 
 #include "core/host_core.h"
 #include "core/plugin_loader.h"
+#include "key/driver_answers.h"
 #include "session/default_paths.h"
 #include "session/scriptable_method.h"
 #include "session/standard_components.h"
@@ -17,7 +18,7 @@ QString Answer::text() const
     return answerText(value);
 }
 
-HostSession::HostSession() = default;
+HostSession::HostSession() : m_driverAnswers(std::make_shared<DriverAnswers>()) {}
 
 std::unique_ptr<HostSession> HostSession::start(const SessionOptions &options, QString *error)
 {
@@ -33,6 +34,9 @@ std::unique_ptr<HostSession> HostSession::start(const SessionOptions &options, Q
     StandardComponentOptions components;
     components.skfDriverPath =
         options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
+    session->m_skfDriverPath = components.skfDriverPath;
+    session->m_driverAnswers->setDriverPath(components.skfDriverPath);
+    components.driverAnswers = session->m_driverAnswers;
     registerStandardComponents(*session->m_core, components);
 
     // dlopen's own text for a missing file is terse; name the path and say it is not there.
@@ -74,6 +78,7 @@ Invocation HostSession::invoke(const QString &method, const QVariantList &argume
 Answer HostSession::call(const QString &method, const QVariantList &arguments)
 {
     Answer answer;
+    m_driverAnswers->clear();
     const Invocation invocation = invoke(method, arguments);
     answer.value = invocation.value;
     if (!invocation.called) {

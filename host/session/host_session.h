@@ -12,6 +12,7 @@
 
 namespace zthost {
 
+class DriverAnswers;
 class PluginLoader;
 
 // A call of the scriptable object with the library's failure value explained.
@@ -52,7 +53,14 @@ public:
     Invocation invoke(const QString &method, const QVariantList &arguments = {}) override;
 
     // invoke(), with a failure value explained by WebGetLastErrorMsg, called right after.
+    // driverAnswers() then holds what the smart-key driver answered during this call alone.
     Answer call(const QString &method, const QVariantList &arguments = {});
+
+    // What the key component's driver answered (key/driver_answers.h): during the last call()
+    // for the failures and the device count; the driver's load error for the whole session.
+    const DriverAnswers &driverAnswers() const { return *m_driverAnswers; }
+    // The smart-key driver the key component loads.
+    const QString &skfDriverPath() const { return m_skfDriverPath; }
 
     // WebGetLastErrorMsg, or a note when even that cannot be called.
     QString lastErrorMessage();
@@ -69,6 +77,8 @@ private:
     std::unique_ptr<PluginLoader> m_plugin;
     ObjectCalls m_calls{nullptr};
     QString m_pluginPath;
+    QString m_skfDriverPath;
+    std::shared_ptr<DriverAnswers> m_driverAnswers;
 };
 
 } // namespace zthost

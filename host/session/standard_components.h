@@ -2,14 +2,19 @@
 
 #include <QString>
 
+#include <memory>
+
 namespace zthost {
 
+class DriverAnswers;
 class HostCore;
 
 struct StandardComponentOptions
 {
     // The smart-key driver the key component loads; empty for defaultSkfDriverPath().
     QString skfDriverPath;
+    // Where the key component records what its driver answers; null: nowhere a caller reads.
+    std::shared_ptr<DriverAnswers> driverAnswers;
 };
 
 // Registers the four components the plug-in asks for: the signature manager and the key
