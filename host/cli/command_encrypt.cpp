@@ -1,7 +1,9 @@
 #include "commands.h"
 
+#include "certificate_facts.h"
 #include "certificate_input.h"
 #include "command_line.h"
+#include "console.h"
 #include "file_io.h"
 #include "session_steps.h"
 
@@ -37,7 +39,10 @@ ExitCode runEncrypt(const QStringList &arguments)
         "The SM2 encryption is made\nagain, with fresh randomness, until neither coordinate of C1 "
         "starts with a zero byte: each is then\nexactly 32 bytes, and the plug-in reads the key "
         "back whole (a shorter coordinate would be read\nback short).\n\n"
-        "No plug-in is loaded and no key device is opened: the options every command shares have "
+        "The certificate's key must be SM2: any other (RSA, an EC key on another curve) is refused "
+        "with\none sentence naming its type. A certificate whose key usage does not include "
+        "keyEncipherment\ngets a warning on standard error, and the envelope is made all the same."
+        "\n\nNo plug-in is loaded and no key device is opened: the options every command shares have "
         "no\neffect here."));
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
@@ -64,6 +69,19 @@ ExitCode runEncrypt(const QStringList &arguments)
         return failed(QStringLiteral("%1 is empty: an envelope needs at least one byte of content")
                           .arg(line.value(kIn)));
 
+    // Only an SM2 key is sealed to (the sealer refuses any other with its own sentence); one
+    // whose certificate does not allow key encipherment still is, with a word of warning.
+    CertificateFacts facts;
+    if (readCertificateFacts(certificate, &facts, &error) && facts.sm2) {
+        const QString problem =
+            keyEnciphermentProblem(facts, QStringLiteral("the recipient certificate's"));
+        if (!problem.isEmpty()) {
+            printError(QStringLiteral("warning: %1: sealing to it all the same, but its holder's "
+                                      "software may refuse to open the envelope")
+                           .arg(problem));
+        }
+    }
+    error.clear();
     const QByteArray envelope = sealEnvelope(certificate, content, &error);
     if (envelope.isEmpty())
         return failed(error);

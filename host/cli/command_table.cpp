@@ -15,6 +15,7 @@ const QList<CommandEntry> &commandTable()
         {"decrypt", "open a digital envelope on the key", runDecrypt},
         {"passwd", "change the user PIN of a key device", runPasswd},
         {"unblock", "new user PIN for a locked key device, with the admin PIN", runUnblock},
+        {"doctor", "check the plug-in, driver, keys, certificate and log folders", runDoctor},
         {"call", "call any method of the scriptable object by name", runCall},
         {"serve", "serve the demo page and a web bridge to the key on 127.0.0.1", runServe},
         {"help", "this list, or a command's help", runHelp},

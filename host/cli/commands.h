@@ -11,6 +11,7 @@ namespace zthost::cli {
 ExitCode runDemo(const QStringList &arguments);
 ExitCode runKeygen(const QStringList &arguments);
 ExitCode runDevices(const QStringList &arguments);
+ExitCode runDoctor(const QStringList &arguments);
 ExitCode runCert(const QStringList &arguments);
 ExitCode runEncrypt(const QStringList &arguments);
 ExitCode runDecrypt(const QStringList &arguments);
