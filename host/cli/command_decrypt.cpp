@@ -31,6 +31,12 @@ ExitCode runDecrypt(const QStringList &arguments)
                     QStringLiteral("FILE")});
     line.addOption({kOut, QStringLiteral("Write the plaintext to FILE (default: standard output)."),
                     QStringLiteral("FILE")});
+    line.setNotes(QStringLiteral(
+        "When a step fails, the library's message is followed by a line 'diagnosis: ...' saying "
+        "which cause\nthe host saw in the driver's answers: a wrong PIN and its tries left, a "
+        "locked PIN, an envelope\nmade for another certificate (naming both), a removed device, "
+        "a driver that does not load.\nThe envelope carries no integrity check: a damaged one can "
+        "decrypt to damaged data."));
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
