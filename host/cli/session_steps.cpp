@@ -1,15 +1,18 @@
 #include "session_steps.h"
 
 #include "console.h"
+#include "device_choice.h"
 
 #include "core/pin_wipe.h"
 
 namespace zthost::cli {
 
-std::unique_ptr<HostSession> startHost(const SessionOptions &options)
+std::unique_ptr<HostSession> startHost(const std::optional<SessionOptions> &options)
 {
+    if (!options)
+        return nullptr;
     QString error;
-    std::unique_ptr<HostSession> session = HostSession::start(options, &error);
+    std::unique_ptr<HostSession> session = HostSession::start(*options, &error);
     if (!session)
         printError(error);
     return session;
@@ -17,10 +20,15 @@ std::unique_ptr<HostSession> startHost(const SessionOptions &options)
 
 bool openKey(HostSession &session)
 {
+    if (!checkDeviceChoice(session))
+        return false;
     const Answer opened = session.call(QStringLiteral("WebOpenKey"));
-    if (!opened.succeeded)
+    if (!opened.succeeded) {
         printError(opened.failure);
-    return opened.succeeded;
+        return false;
+    }
+    announceDeviceInUse(session);
+    return true;
 }
 
 bool verifyPin(HostSession &session, QString &pin)

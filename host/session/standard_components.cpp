@@ -22,9 +22,14 @@ void registerStandardComponents(HostCore &core, const StandardComponentOptions &
     // host that never opens a key never touches a driver.
     const QString driverPath
         = options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
+    const QString deviceName = options.deviceName;
     core.registerComponent(
         QLatin1String(kKeyProgId), QLatin1String(kKeyClassId), HostCore::Lifetime::Shared,
-        [host, driverPath] { return new KeyComponent(driverPath, host->log()); });
+        [host, driverPath, deviceName] {
+            auto *key = new KeyComponent(driverPath, host->log());
+            key->setDeviceChoice(deviceName);
+            return key;
+        });
 
     core.registerComponent(QLatin1String(kCertificateProgId), QString(),
                            HostCore::Lifetime::PerOperation,

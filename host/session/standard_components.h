@@ -10,6 +10,8 @@ struct StandardComponentOptions
 {
     // The smart-key driver the key component loads; empty for defaultSkfDriverPath().
     QString skfDriverPath;
+    // The only device the key component lists; empty for all of them.
+    QString deviceName;
 };
 
 // Registers the four components the plug-in asks for: the signature manager and the key
