@@ -37,7 +37,7 @@ const QList<SettingRow> &settingTable()
          ConfigKey::kBridgeOrigins, QStringLiteral("ORIGINS"),
          QStringLiteral("More origins whose pages may connect to the web bridge, comma-separated "
                         "(the bridge's own is always allowed)."),
-         [] { return QString(); }, QStringLiteral("none")},
+         [] { return QString(); }, QStringLiteral("none"), false},
     };
     return table;
 }
