@@ -31,10 +31,11 @@ int widest(const QList<DeviceEntry> &entries, const QString &heading,
 
 const QString kJson = QStringLiteral("json");
 
-// {"driver": PATH, "devices": [{"device", "application", "userPinTriesLeft",
-// "userPinMaxTries"}], "problems": [TEXT]}, the tries null when the driver cannot tell.
-QByteArray devicesJson(const QString &driverPath, const QList<DeviceEntry> &entries,
-                       const QStringList &problems)
+// {"driver": PATH, "chosen": NAME or null, "devices": [{"device", "application",
+// "userPinTriesLeft", "userPinMaxTries"}], "problems": [TEXT]}, the tries null when the driver
+// cannot tell.
+QByteArray devicesJson(const QString &driverPath, const QString &chosen,
+                       const QList<DeviceEntry> &entries, const QStringList &problems)
 {
     QJsonArray devices;
     for (const DeviceEntry &entry : entries) {
@@ -48,6 +49,7 @@ QByteArray devicesJson(const QString &driverPath, const QList<DeviceEntry> &entr
         });
     }
     const QJsonObject root{{QStringLiteral("driver"), driverPath},
+                           {QStringLiteral("chosen"), chosen.isEmpty() ? QJsonValue() : QJsonValue(chosen)},
                            {QStringLiteral("devices"), devices},
                            {QStringLiteral("problems"), QJsonArray::fromStringList(problems)}};
     return QJsonDocument(root).toJson(QJsonDocument::Compact) + '\n';
@@ -80,9 +82,11 @@ ExitCode runDevices(const QStringList &arguments)
                                     "left.\nNothing is written to standard output when there is "
                                     "no device. A device or application that cannot be read "
                                     "is named on standard error, the others are still listed, "
-                                    "and the exit status is 1.\nWith --device, only that device."));
+                                    "and the exit status is 1.\nEvery device is listed; a chosen one (--device, "
+                                    "$ZTHOST_DEVICE, host/device) is named on standard error,\n"
+                                    "and the exit status is 1 when the driver does not list it."));
     line.addOption({kJson,
-                    QStringLiteral("One line of JSON instead: {\"driver\", \"devices\": "
+                    QStringLiteral("One line of JSON instead: {\"driver\", \"chosen\", \"devices\": "
                                    "[{\"device\", \"application\", \"userPinTriesLeft\", "
                                    "\"userPinMaxTries\"}], \"problems\"}, tries null when "
                                    "unknown.")});
@@ -100,19 +104,24 @@ ExitCode runDevices(const QStringList &arguments)
     QStringList problems;
     QStringList listed;
     QString error;
-    if (!listDevices(host->skfDriverPath, &entries, &problems, &error, host->deviceName, &listed))
+    // Every device, chosen or not: this is where a user finds the names to choose from.
+    if (!listDevices(host->skfDriverPath, &entries, &problems, &error, &listed))
         return failed(error);
-    if (!host->deviceName.isEmpty() && !listed.contains(host->deviceName))
-        return failed(unlistedDeviceText(host->deviceName, host->skfDriverPath, listed));
+    const QString &chosen = host->deviceName;
+    if (!chosen.isEmpty() && !listed.contains(chosen))
+        return failed(unlistedDeviceText(chosen, host->skfDriverPath, listed));
 
     if (line.isSet(kJson))
-        writeStandardOutput(devicesJson(host->skfDriverPath, entries, problems));
+        writeStandardOutput(devicesJson(host->skfDriverPath, chosen, entries, problems));
     else if (!entries.isEmpty())
         printTable(entries);
     if (entries.isEmpty() && problems.isEmpty())
         printError(QStringLiteral("no key device: %1 lists none").arg(host->skfDriverPath));
     for (const QString &problem : qAsConst(problems))
         printError(problem);
+    if (!chosen.isEmpty())
+        printError(QStringLiteral("commands use key device \"%1\" (%2)")
+                       .arg(chosen, line.setting(QStringLiteral("device")).origin));
     return problems.isEmpty() ? ExitCode::Success : ExitCode::Failure;
 }
 

@@ -51,7 +51,7 @@ void listApplications(const SkfFunctions &skf, const QString &device, DEVHANDLE 
 } // namespace
 
 bool listDevices(const QString &driverPath, QList<DeviceEntry> *entries, QStringList *problems,
-                 QString *error, const QString &onlyDevice, QStringList *listed)
+                 QString *error, QStringList *listed)
 {
     std::unique_ptr<SkfDriver> driver = SkfDriver::load(driverPath, error);
     if (!driver)
@@ -68,8 +68,6 @@ bool listDevices(const QString &driverPath, QList<DeviceEntry> *entries, QString
     if (listed)
         *listed = devices;
     for (const QString &device : qAsConst(devices)) {
-        if (!onlyDevice.isEmpty() && device != onlyDevice)
-            continue;
         QByteArray name = device.toUtf8();
         DEVHANDLE handle = nullptr;
         const ULONG connected = skf.ConnectDev(name.data(), &handle);

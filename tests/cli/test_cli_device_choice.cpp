@@ -104,15 +104,29 @@ TEST_F(CliDeviceChoice, aDeviceTheDriverDoesNotListFailsNamingThoseItDoes)
     }
 }
 
-TEST_F(CliDeviceChoice, devicesWithADeviceListsOnlyThatOne)
+TEST_F(CliDeviceChoice, devicesListsEveryDeviceAndNamesTheChosenOneWithItsSource)
 {
-    EXPECT_EQ(run({"devices", "--device", "bravo"}).outText(),
-              QStringLiteral("device  application  user PIN tries left\n"
-                             "bravo   SOFTAPP      6 of 6\n"));
-    EXPECT_EQ(run({"devices"}).outText(),
-              QStringLiteral("device  application  user PIN tries left\n"
-                             "alpha   SOFTAPP      6 of 6\n"
-                             "bravo   SOFTAPP      6 of 6\n"));
+    const QString both = QStringLiteral("device  application  user PIN tries left\n"
+                                        "alpha   SOFTAPP      6 of 6\n"
+                                        "bravo   SOFTAPP      6 of 6\n");
+    const CliRun none = run({"devices"});
+    EXPECT_EQ(none.outText(), both);
+    EXPECT_EQ(none.err, QByteArray());
+
+    const CliRun byOption = run({"devices", "--device", "bravo"});
+    EXPECT_EQ(byOption.exitCode, 0);
+    EXPECT_EQ(byOption.outText(), both);
+    EXPECT_EQ(byOption.errText(),
+              QStringLiteral("zthost: commands use key device \"bravo\" (option --device)\n"));
+
+    ASSERT_EQ(run({"config", "set", "host/device", "alpha"}).exitCode, 0);
+    const CliRun json = run({"devices", "--json"});
+    EXPECT_EQ(json.errText(), QStringLiteral("zthost: commands use key device \"alpha\" (file %1 "
+                                             "(host/device))\n")
+                                  .arg(configurationFile()));
+    const QJsonObject document = QJsonDocument::fromJson(json.out).object();
+    EXPECT_EQ(document.value("chosen").toString(), QStringLiteral("alpha"));
+    EXPECT_EQ(document.value("devices").toArray().size(), 2);
 }
 
 TEST_F(CliDeviceChoice, callWebOpenKeyNamesTheDeviceItOpened)

@@ -184,7 +184,8 @@ TEST_F(CliStreams, devicesJsonHasExactlyItsFields)
     ASSERT_EQ(listed.exitCode, 0) << listed.err.constData();
     EXPECT_EQ(listed.err, QByteArray());
     const QJsonObject document = jsonObject(listed.out);
-    EXPECT_EQ(document.keys(), (QStringList{"devices", "driver", "problems"}));
+    EXPECT_EQ(document.keys(), (QStringList{"chosen", "devices", "driver", "problems"}));
+    EXPECT_EQ(document.value("chosen"), QJsonValue());
     EXPECT_TRUE(document.value("driver").toString().endsWith(QLatin1String("/libztsoftskf.so")));
     EXPECT_EQ(document.value("problems").toArray(), QJsonArray());
     const QJsonArray devices = document.value("devices").toArray();
