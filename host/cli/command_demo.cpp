@@ -81,7 +81,8 @@ ExitCode runDemo(const QStringList &arguments)
     CommandLine line(
         QStringLiteral("demo"), QStringLiteral("[options]"),
         QStringLiteral("The whole road on a fresh software key, each step with its outcome and "
-                       "time: makes a device in a\ntemporary root (--root is not used), loads the "
+                       "time: makes a device in a\ntemporary root (--root and --device are not used), "
+                       "loads the "
                        "plug-in with the real host core, opens the key,\nverifies the PIN, reads "
                        "the certificate, seals a sample text in an envelope for it, opens the\n"
                        "envelope on the key with WebZtDecode, checks the text came back and "

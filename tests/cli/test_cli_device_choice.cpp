@@ -151,3 +151,27 @@ TEST_F(CliDeviceChoice, passwdChangesTheChosenDevicesPinAndNamesIt)
               QStringLiteral("zthost: using key device \"alpha\", the first of 2 the driver lists "
                              "(alpha, bravo); --device NAME chooses another\n"));
 }
+
+TEST_F(CliDeviceChoice, serveRefusesADeviceTheDriverDoesNotListBeforeItListens)
+{
+    const CliRun refused = run({"serve", "--device", "zulu"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_EQ(refused.out, QByteArray()) << "no address printed";
+    EXPECT_EQ(refused.errText(),
+              QStringLiteral("zthost: no key device \"zulu\": %1 lists alpha, bravo\n").arg(configTableDriver()));
+}
+
+TEST_F(CliDeviceChoice, servePortFromTheFileIsCheckedNamingWhereItCameFrom)
+{
+    ASSERT_EQ(run({"config", "set", "bridge/port", "70000"}).exitCode, 0);
+    const CliRun fromFile = run({"serve"});
+    EXPECT_EQ(fromFile.exitCode, 2);
+    EXPECT_EQ(fromFile.errText(),
+              QStringLiteral("zthost serve: port 70000 (file %1 (bridge/port)) is not a port from "
+                             "0 to 65535\nTry 'zthost serve --help'.\n")
+                  .arg(configurationFile()));
+    const CliRun fromOption = run({"serve", "--port", "-1"});
+    EXPECT_EQ(fromOption.errText(),
+              QStringLiteral("zthost serve: port -1 (option --port) is not a port from 0 to 65535\n"
+                             "Try 'zthost serve --help'.\n"));
+}
