@@ -2,6 +2,7 @@
 
 #include "command_line.h"
 #include "console.h"
+#include "device_choice.h"
 #include "session/scriptable_method.h"
 #include "session_steps.h"
 
@@ -40,9 +41,12 @@ ExitCode runCall(const QStringList &arguments)
     if (!convertArguments(target, positional.mid(1), &values, &error))
         return line.usageError(error);
 
-    if (method != QLatin1String("WebOpenKey") && !openKey(*session))
+    const bool opensKey = method == QLatin1String("WebOpenKey");
+    if (opensKey ? !checkDeviceChoice(*session) : !openKey(*session))
         return ExitCode::Failure;
     const Answer answer = session->call(method, values);
+    if (opensKey && answer.succeeded)
+        announceDeviceInUse(*session);
     if (answer.value.isValid())
         printLine(answer.text());
     if (!answer.succeeded) {

@@ -27,9 +27,12 @@ ExitCode runDecrypt(const QStringList &arguments)
                                    "terminal). A wrong one costs a try."),
                     QStringLiteral("PIN")});
     line.addOption({kIn,
-                    QStringLiteral("The envelope: Base64 text, or raw DER (detected)."),
+                    QStringLiteral("The envelope: Base64 text, or raw DER (detected); - reads "
+                                   "standard input."),
                     QStringLiteral("FILE")});
-    line.addOption({kOut, QStringLiteral("Write the plaintext to FILE (default: standard output)."),
+    line.addOption({kOut,
+                    QStringLiteral("Write the plaintext to FILE, mode 0600, whole or not at all "
+                                   "(default, or -: standard output)."),
                     QStringLiteral("FILE")});
     line.setNotes(QStringLiteral(
         "When a step fails, the library's message is followed by a line 'diagnosis: ...' saying "

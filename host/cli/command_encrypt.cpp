@@ -26,11 +26,15 @@ ExitCode runEncrypt(const QStringList &arguments)
                        "key device is needed."));
     line.addOption({kCert,
                     QStringLiteral("The recipient's certificate: DER, PEM, or Base64 text as "
-                                   "'zthost cert' writes it (detected)."),
+                                   "'zthost cert' writes it (detected); - reads standard input."),
                     QStringLiteral("FILE")});
-    line.addOption({kIn, QStringLiteral("The content to seal (any bytes, at least one)."),
+    line.addOption({kIn,
+                    QStringLiteral("The content to seal (any bytes, at least one); - reads "
+                                   "standard input."),
                     QStringLiteral("FILE")});
-    line.addOption({kOut, QStringLiteral("Write the envelope to FILE (default: standard output)."),
+    line.addOption({kOut,
+                    QStringLiteral("Write the envelope to FILE, mode 0600 (default, or -: "
+                                   "standard output)."),
                     QStringLiteral("FILE")});
     line.setNotes(QStringLiteral(
         "How the envelope is made: a fresh random 16-byte SM4 key is SM2-encrypted with OpenSSL to "
@@ -53,6 +57,8 @@ ExitCode runEncrypt(const QStringList &arguments)
         return line.usageError(QStringLiteral("missing --cert"));
     if (!line.isSet(kIn))
         return line.usageError(QStringLiteral("missing --in"));
+    if (line.value(kCert) == kStandardStream && line.value(kIn) == kStandardStream)
+        return line.usageError(QStringLiteral("--cert and --in cannot both read standard input"));
 
     QByteArray certificateFile;
     QByteArray content;

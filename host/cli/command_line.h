@@ -1,5 +1,7 @@
 #pragma once
 
+#include "settings.h"
+
 #include "session/session_options.h"
 
 #include <QCommandLineOption>
@@ -16,8 +18,9 @@ namespace zthost::cli {
 // line itself was wrong (unknown command or option, missing required option, unknown method).
 enum class ExitCode : int { Success = 0, Failure = 1, Usage = 2 };
 
-// The command line of one command: the options every command shares (--plugin, --skf, --root,
-// --host-log, -v, --help) plus its own.
+// The command line of one command: the options every command shares (global_options.h, and
+// --help) plus its own. Settings (settings.h) resolve from these options, the environment, the
+// configuration file and their defaults.
 class CommandLine
 {
 public:
@@ -25,6 +28,8 @@ public:
     CommandLine(const QString &command, const QString &synopsis, const QString &description);
 
     void addOption(const QCommandLineOption &option);
+    // The option of a setting row that is not global (settings.h), e.g. serve's "port".
+    void addSettingOption(const QString &settingName);
     // Free text after the options in --help, e.g. notes on formats.
     void setNotes(const QString &notes) { m_notes = notes; }
 
@@ -48,7 +53,14 @@ public:
     // Prints "zthost <command>: <message>" and the --help hint on standard error.
     ExitCode usageError(const QString &message) const;
 
-    SessionOptions hostOptions() const;
+    // Every setting as this run resolves it (option, environment, file, default).
+    SettingResolver settings() const;
+    SettingValue setting(const QString &name) const { return settings().resolve(name); }
+    // The session's options from the settings. Fails, with `error` set, only when the
+    // configuration file exists and cannot be read.
+    bool hostOptions(SessionOptions *options, QString *error) const;
+    // hostOptions(), printing the error and answering std::nullopt on failure.
+    std::optional<SessionOptions> hostOptions() const;
     QString helpText() const;
 
 private:

@@ -5,6 +5,7 @@
 
 #include "command_line.h"
 #include "console.h"
+#include "device_choice.h"
 #include "pin_source.h"
 #include "session_steps.h"
 
@@ -19,7 +20,6 @@ namespace zthost::cli {
 
 namespace {
 
-const QString kDevice = QStringLiteral("device");
 const QString kPin = QStringLiteral("pin");
 const QString kAdminPin = QStringLiteral("admin-pin");
 const QString kNewPin = QStringLiteral("new-pin");
@@ -66,8 +66,7 @@ bool openApplication(const SkfDriver &driver, const QString &wanted, OpenedAppli
         return false;
     }
     if (!wanted.isEmpty() && !devices.contains(wanted)) {
-        *error = QStringLiteral("no key device \"%1\": %2 lists %3")
-                     .arg(wanted, driver.path(), devices.join(QStringLiteral(", ")));
+        *error = unlistedDeviceText(wanted, driver.path(), devices);
         return false;
     }
     opened->deviceName = wanted.isEmpty() ? devices.first() : wanted;
@@ -98,6 +97,8 @@ bool openApplication(const SkfDriver &driver, const QString &wanted, OpenedAppli
                      .arg(opened->deviceName, skfFailureText("SKF_OpenApplication", code));
         return false;
     }
+    printError(QStringLiteral("using key device %1")
+                   .arg(deviceInUseText(opened->deviceName, wanted, devices)));
     return true;
 }
 
@@ -110,13 +111,6 @@ QString pinFailureText(const char *function, ULONG code, ULONG triesLeft, const 
     else if (code == SAR_PIN_LOCKED && whose == QLatin1String("user PIN"))
         text += QStringLiteral("; 'zthost unblock' gives it a new value with the administrator PIN");
     return text;
-}
-
-void addDeviceOption(CommandLine &line)
-{
-    line.addOption({kDevice,
-                    QStringLiteral("The key device (default: the first one the driver lists)."),
-                    QStringLiteral("NAME")});
 }
 
 void addNewPinOption(CommandLine &line)
@@ -144,14 +138,18 @@ ExitCode readNewUserPin(const CommandLine &line, Pin *pin)
 // Loads the driver; null after printing why.
 // The driver the command line names, with `function` (SKF_ChangePIN or SKF_UnblockPIN) in it;
 // null after printing why not.
+// `host` gets the options the command line resolved.
 template <typename Fn>
 std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, Fn SkfFunctions::*function,
-                                          const char *name)
+                                          const char *name, SessionOptions *host)
 {
-    const SessionOptions host = line.hostOptions();
-    applyToProcess(host);
     QString error;
-    std::unique_ptr<SkfDriver> driver = SkfDriver::load(host.skfDriverPath, &error);
+    if (!line.hostOptions(host, &error)) {
+        printError(error);
+        return nullptr;
+    }
+    applyToProcess(*host);
+    std::unique_ptr<SkfDriver> driver = SkfDriver::load(host->skfDriverPath, &error);
     if (driver && !driver->require(driver->functions().*function, name, &error))
         driver.reset();
     if (!driver)
@@ -163,7 +161,8 @@ std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, Fn SkfFunctio
 // hands `call` the first PIN (the current or the administrator one) and the new one as bytes.
 // Every copy is wiped (core/pin_wipe.h) on every path. Answers Success with the driver's code and
 // tries left in `code` and `triesLeft`, or the exit code of a step that stopped the command.
-ExitCode callWithPinPair(const SkfDriver &driver, const CommandLine &line, Pin &first,
+ExitCode callWithPinPair(const SkfDriver &driver, const CommandLine &line,
+                         const QString &device, Pin &first,
                          OpenedApplication *opened, ULONG *code, ULONG *triesLeft,
                          const std::function<ULONG(char *, char *, ULONG *)> &call)
 {
@@ -174,7 +173,7 @@ ExitCode callWithPinPair(const SkfDriver &driver, const CommandLine &line, Pin &
         return readNew;
     }
     QString error;
-    if (!openApplication(driver, line.value(kDevice), opened, &error)) {
+    if (!openApplication(driver, device, opened, &error)) {
         wipePin(first.text);
         wipePin(newPin.text);
         return failed(error);
@@ -203,13 +202,14 @@ ExitCode runPasswd(const QStringList &arguments)
                                    "the terminal)."),
                     QStringLiteral("PIN")});
     addNewPinOption(line);
-    addDeviceOption(line);
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
-    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, &SkfFunctions::ChangePIN, "SKF_ChangePIN");
+    SessionOptions host;
+    std::unique_ptr<SkfDriver> driver =
+        loadDriverWith(line, &SkfFunctions::ChangePIN, "SKF_ChangePIN", &host);
     if (!driver)
         return ExitCode::Failure;
 
@@ -221,7 +221,7 @@ ExitCode runPasswd(const QStringList &arguments)
     ULONG code = SAR_OK;
     ULONG triesLeft = 0;
     const ExitCode stopped = callWithPinPair(
-        *driver, line, oldPin, &opened, &code, &triesLeft,
+        *driver, line, host.deviceName, oldPin, &opened, &code, &triesLeft,
         [&](char *oldBytes, char *newBytes, ULONG *tries) {
             return driver->functions().ChangePIN(opened.application, USER_TYPE, oldBytes,
                                                  newBytes, tries);
@@ -250,13 +250,14 @@ ExitCode runUnblock(const QStringList &arguments)
                                    "for on the terminal)."),
                     QStringLiteral("PIN")});
     addNewPinOption(line);
-    addDeviceOption(line);
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
-    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, &SkfFunctions::UnblockPIN, "SKF_UnblockPIN");
+    SessionOptions host;
+    std::unique_ptr<SkfDriver> driver =
+        loadDriverWith(line, &SkfFunctions::UnblockPIN, "SKF_UnblockPIN", &host);
     if (!driver)
         return ExitCode::Failure;
 
@@ -269,7 +270,7 @@ ExitCode runUnblock(const QStringList &arguments)
     ULONG code = SAR_OK;
     ULONG triesLeft = 0;
     const ExitCode stopped = callWithPinPair(
-        *driver, line, adminPin, &opened, &code, &triesLeft,
+        *driver, line, host.deviceName, adminPin, &opened, &code, &triesLeft,
         [&](char *adminBytes, char *newBytes, ULONG *tries) {
             return driver->functions().UnblockPIN(opened.application, adminBytes, newBytes,
                                                   tries);

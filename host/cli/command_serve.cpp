@@ -2,6 +2,7 @@
 
 #include "command_line.h"
 #include "console.h"
+#include "device_choice.h"
 #include "session_steps.h"
 
 #include "bridge/bridge_options.h"
@@ -20,7 +21,7 @@ namespace zthost::cli {
 namespace {
 const QString kPort = QStringLiteral("port");
 const QString kListen = QStringLiteral("listen");
-const QString kAllowOrigin = QStringLiteral("allow-origin");
+const QString kOrigins = QStringLiteral("origins");
 const QString kMaxClients = QStringLiteral("max-clients");
 const QString kMaxMessage = QStringLiteral("max-message");
 const QString kWeb = QStringLiteral("web");
@@ -45,15 +46,11 @@ ExitCode runServe(const QStringList &arguments)
                        "127.0.0.1: a page calls its\nseven methods through Qt WebChannel over a "
                        "WebSocket. Prints the page's address, with a fresh\naccess token, on "
                        "standard output, and runs until SIGINT or SIGTERM."));
-    line.addOption({kPort, QStringLiteral("The port (default 0: any free one)."), QStringLiteral("N"),
-                    QStringLiteral("0")});
+    line.addSettingOption(kPort);
     line.addOption({kListen,
                     QStringLiteral("The address to listen on; only 127.0.0.1 is accepted."),
                     QStringLiteral("ADDRESS"), QStringLiteral("127.0.0.1")});
-    line.addOption({kAllowOrigin,
-                    QStringLiteral("More origins whose pages may connect, comma-separated, e.g. "
-                                   "http://localhost:8080 (the bridge's own is always allowed)."),
-                    QStringLiteral("ORIGINS")});
+    line.addSettingOption(kOrigins);
     line.addOption({kMaxClients,
                     QStringLiteral("Pages connected at once (default %1).").arg(defaults.maxClients),
                     QStringLiteral("N"), QString::number(defaults.maxClients)});
@@ -84,9 +81,10 @@ ExitCode runServe(const QStringList &arguments)
                                    .arg(line.value(kListen)));
     bridge::BridgeOptions options;
     qint64 number = 0;
-    if (!parseBounded(line.value(kPort), 0, 65535, &number))
-        return line.usageError(QStringLiteral("--port %1 is not a port from 0 to 65535")
-                                   .arg(line.value(kPort)));
+    const SettingValue port = line.setting(kPort);
+    if (!parseBounded(port.value, 0, 65535, &number))
+        return line.usageError(QStringLiteral("port %1 (%2) is not a port from 0 to 65535")
+                                   .arg(port.value, port.origin));
     options.port = quint16(number);
     if (!parseBounded(line.value(kMaxClients), 1, 1024, &number))
         return line.usageError(QStringLiteral("--max-clients %1 is not a number from 1 to 1024")
@@ -98,10 +96,8 @@ ExitCode runServe(const QStringList &arguments)
                                    .arg(line.value(kMaxMessage))
                                    .arg(kLargestMessage));
     options.maxMessageBytes = number;
-    if (line.isSet(kAllowOrigin)) {
-        for (const QString &origin : line.value(kAllowOrigin).split(QLatin1Char(','), Qt::SkipEmptyParts))
-            options.extraOrigins << origin.trimmed();
-    }
+    for (const QString &origin : line.setting(kOrigins).value.split(QLatin1Char(','), Qt::SkipEmptyParts))
+        options.extraOrigins << origin.trimmed();
     options.webRoot = line.isSet(kWeb) ? line.value(kWeb) : bridge::defaultWebRoot();
 
     // Installed before the host starts, so that a stop asked for during start-up still goes
@@ -116,7 +112,7 @@ ExitCode runServe(const QStringList &arguments)
     });
 
     std::unique_ptr<HostSession> session = startHost(line.hostOptions());
-    if (!session)
+    if (!session || !checkDeviceChoice(*session))
         return ExitCode::Failure;
     {
         HostLog &log = session->core().log();
@@ -127,6 +123,9 @@ ExitCode runServe(const QStringList &arguments)
         if (!bridge.start(&error))
             return failed(error);
         printLine(bridge.pageUrl().toString(QUrl::FullyEncoded));
+        const QString device = deviceToOpenText(*session);
+        if (!device.isEmpty())
+            printMessage(QStringLiteral("zthost serve: pages open %1").arg(device));
         printMessage(QStringLiteral("zthost serve: open the address above in a browser on this "
                                     "machine; Ctrl+C stops the bridge."));
         QCoreApplication::exec();

@@ -19,6 +19,9 @@ ExitCode runPasswd(const QStringList &arguments);
 ExitCode runUnblock(const QStringList &arguments);
 ExitCode runCall(const QStringList &arguments);
 ExitCode runServe(const QStringList &arguments);
+ExitCode runConfig(const QStringList &arguments);
+// `zthost --version`, with any global options.
+ExitCode runVersion(const QStringList &arguments);
 ExitCode runHelp(const QStringList &arguments);
 
 struct CommandEntry
@@ -31,7 +34,9 @@ struct CommandEntry
 // Every command, in the order `zthost help` lists them.
 const QList<CommandEntry> &commandTable();
 
-// Runs the command named by arguments[0]; prints usage for none or an unknown one.
+// Runs the command named by the first argument that is not a global option (global_options.h);
+// the global options before it are handed to the command with the rest. Prints usage for none
+// or an unknown one.
 ExitCode dispatch(const QStringList &arguments);
 
 } // namespace zthost::cli

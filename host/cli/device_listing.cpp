@@ -51,7 +51,7 @@ void listApplications(const SkfFunctions &skf, const QString &device, DEVHANDLE 
 } // namespace
 
 bool listDevices(const QString &driverPath, QList<DeviceEntry> *entries, QStringList *problems,
-                 QString *error)
+                 QString *error, QStringList *listed)
 {
     std::unique_ptr<SkfDriver> driver = SkfDriver::load(driverPath, error);
     if (!driver)
@@ -65,6 +65,8 @@ bool listDevices(const QString &driverPath, QList<DeviceEntry> *entries, QString
         *error = skfFailureText("SKF_EnumDev", code);
         return false;
     }
+    if (listed)
+        *listed = devices;
     for (const QString &device : qAsConst(devices)) {
         QByteArray name = device.toUtf8();
         DEVHANDLE handle = nullptr;

@@ -18,8 +18,9 @@ struct DeviceEntry
 // Every device the smart-key driver at `driverPath` lists, each with each of its applications
 // (SKF_EnumDev, SKF_ConnectDev, SKF_EnumApplication, SKF_OpenApplication, SKF_GetPINInfo).
 // False with `error` set when the driver cannot be loaded or cannot list its devices; a device
-// that fails to connect is reported in `problems` and the listing goes on.
+// that fails to connect is reported in `problems` and the listing goes on. `listed` (when
+// given) gets every device name the driver lists, those that failed to connect too.
 bool listDevices(const QString &driverPath, QList<DeviceEntry> *entries, QStringList *problems,
-                 QString *error);
+                 QString *error, QStringList *listed = nullptr);
 
 } // namespace zthost::cli

@@ -2,16 +2,19 @@
 
 #include "console.h"
 #include "failure_diagnosis.h"
+#include "device_choice.h"
 
 #include "core/pin_wipe.h"
 #include "key/driver_answers.h"
 
 namespace zthost::cli {
 
-std::unique_ptr<HostSession> startHost(const SessionOptions &options)
+std::unique_ptr<HostSession> startHost(const std::optional<SessionOptions> &options)
 {
+    if (!options)
+        return nullptr;
     QString error;
-    std::unique_ptr<HostSession> session = HostSession::start(options, &error);
+    std::unique_ptr<HostSession> session = HostSession::start(*options, &error);
     if (!session)
         printError(error);
     return session;
@@ -19,12 +22,16 @@ std::unique_ptr<HostSession> startHost(const SessionOptions &options)
 
 bool openKey(HostSession &session)
 {
+    if (!checkDeviceChoice(session))
+        return false;
     const Answer opened = session.call(QStringLiteral("WebOpenKey"));
     if (!opened.succeeded) {
         printError(opened.failure);
         printDiagnosis(session);
+        return false;
     }
-    return opened.succeeded;
+    announceDeviceInUse(session);
+    return true;
 }
 
 bool verifyPin(HostSession &session, QString &pin)

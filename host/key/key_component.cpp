@@ -57,6 +57,19 @@ KeyComponent::~KeyComponent()
 
 QStringList KeyComponent::deviceNames()
 {
+    QStringList names = driverDeviceNames();
+    if (m_deviceChoice.isEmpty())
+        return names;
+    if (names.contains(m_deviceChoice))
+        return {m_deviceChoice};
+    m_log.warning(QStringLiteral("no key device \"%1\" among the %2 the driver lists")
+                      .arg(m_deviceChoice)
+                      .arg(names.size()));
+    return {};
+}
+
+QStringList KeyComponent::driverDeviceNames()
+{
     QStringList names;
     if (!m_driver)
         return names;
@@ -126,6 +139,7 @@ QObject *KeyComponent::open(int index)
 
     auto *key = new KeyObject(*m_driver, m_log, name, device, application, this);
     key->setAnswers(m_answers);
+    m_lastOpened = name;
     m_opened.append(QPointer<KeyObject>(key));
     return key;
 }

@@ -40,8 +40,18 @@ public:
     // Null when the driver could not be loaded.
     const SkfDriver *driver() const { return m_driver.get(); }
 
-    // The devices the driver lists, in its order; empty on failure.
+    // Shows the plug-in only the device named `name` (empty: every device). A name the driver
+    // does not list leaves no device to show.
+    void setDeviceChoice(const QString &name) { m_deviceChoice = name; }
+    const QString &deviceChoice() const { return m_deviceChoice; }
+
+    // The devices the plug-in is shown: those the driver lists, in its order, or only the chosen
+    // one; empty on failure.
     QStringList deviceNames();
+    // Every device the driver lists, whatever was chosen; empty on failure.
+    QStringList driverDeviceNames();
+    // The device of the newest key object open() made; empty before the first.
+    const QString &lastOpenedDevice() const { return m_lastOpened; }
 
     // How many devices the driver lists now.
     Q_INVOKABLE int count();
@@ -54,6 +64,8 @@ private:
     HostLog &m_log;
     // Never null: a component nobody reads from records into one of its own.
     std::shared_ptr<DriverAnswers> m_answers;
+    QString m_deviceChoice;
+    QString m_lastOpened;
     QList<QPointer<KeyObject>> m_opened;
 };
 

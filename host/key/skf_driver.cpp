@@ -55,6 +55,7 @@ std::unique_ptr<SkfDriver> SkfDriver::load(const QString &path, QString *error)
     f.GetPINInfo = reinterpret_cast<decltype(f.GetPINInfo)>(dlsym(handle, "SKF_GetPINInfo"));
     f.ChangePIN = reinterpret_cast<decltype(f.ChangePIN)>(dlsym(handle, "SKF_ChangePIN"));
     f.UnblockPIN = reinterpret_cast<decltype(f.UnblockPIN)>(dlsym(handle, "SKF_UnblockPIN"));
+    f.GetDevInfo = reinterpret_cast<decltype(f.GetDevInfo)>(dlsym(handle, "SKF_GetDevInfo"));
     return driver;
 }
 

@@ -33,6 +33,7 @@ struct SkfFunctions
     decltype(&SKF_GetPINInfo) GetPINInfo = nullptr;
     decltype(&SKF_ChangePIN) ChangePIN = nullptr;
     decltype(&SKF_UnblockPIN) UnblockPIN = nullptr;
+    decltype(&SKF_GetDevInfo) GetDevInfo = nullptr;
 };
 
 // A smart-key driver library loaded by path (ours or a vendor's), with its functions resolved.

@@ -3,6 +3,7 @@
 #include "core/host_core.h"
 #include "core/plugin_loader.h"
 #include "key/driver_answers.h"
+#include "key/key_component.h"
 #include "session/default_paths.h"
 #include "session/scriptable_method.h"
 #include "session/standard_components.h"
@@ -37,6 +38,7 @@ std::unique_ptr<HostSession> HostSession::start(const SessionOptions &options, Q
     session->m_skfDriverPath = components.skfDriverPath;
     session->m_driverAnswers->setDriverPath(components.skfDriverPath);
     components.driverAnswers = session->m_driverAnswers;
+    components.deviceName = options.deviceName;
     registerStandardComponents(*session->m_core, components);
 
     // dlopen's own text for a missing file is terse; name the path and say it is not there.
@@ -95,6 +97,13 @@ Answer HostSession::call(const QString &method, const QVariantList &arguments)
     }
     answer.succeeded = true;
     return answer;
+}
+
+KeyComponent *HostSession::keyComponent()
+{
+    using namespace ZtComponentIds;
+    return qobject_cast<KeyComponent *>(m_core->createComponentObject(
+        QLatin1String(kKeyProgId), QLatin1String(kKeyClassId)));
 }
 
 QString HostSession::lastErrorMessage()

@@ -13,6 +13,7 @@
 namespace zthost {
 
 class DriverAnswers;
+class KeyComponent;
 class PluginLoader;
 
 // A call of the scriptable object with the library's failure value explained.
@@ -68,6 +69,9 @@ public:
     // The scriptable object, for the callers that look at its meta-object (its method list).
     const QObject *scriptable() const { return m_calls.target(); }
     HostCore &core() { return *m_core; }
+    // The key component the plug-in is handed (made now if the plug-in has not asked yet), for
+    // hosts that say which device was used; null only if the core has none registered.
+    KeyComponent *keyComponent();
     const QString &pluginPath() const { return m_pluginPath; }
 
 private:

@@ -14,6 +14,9 @@ struct SessionOptions
 {
     QString pluginPath;
     QString skfDriverPath;
+    // The one key device the key component shows the plug-in, by the driver's name for it;
+    // empty: every device the driver lists.
+    QString deviceName;
     // The software key device's root folder; empty: what its driver finds ($SOFTSKF_ROOT, else
     // its default). Only the software device reads it.
     QString softKeyRoot;

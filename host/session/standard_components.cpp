@@ -23,9 +23,14 @@ void registerStandardComponents(HostCore &core, const StandardComponentOptions &
     const QString driverPath
         = options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
     const std::shared_ptr<DriverAnswers> answers = options.driverAnswers;
+    const QString deviceName = options.deviceName;
     core.registerComponent(
         QLatin1String(kKeyProgId), QLatin1String(kKeyClassId), HostCore::Lifetime::Shared,
-        [host, driverPath, answers] { return new KeyComponent(driverPath, host->log(), answers); });
+        [host, driverPath, answers, deviceName] {
+            auto *key = new KeyComponent(driverPath, host->log(), answers);
+            key->setDeviceChoice(deviceName);
+            return key;
+        });
 
     core.registerComponent(QLatin1String(kCertificateProgId), QString(),
                            HostCore::Lifetime::PerOperation,

@@ -15,6 +15,8 @@ struct StandardComponentOptions
     QString skfDriverPath;
     // Where the key component records what its driver answers; null: nowhere a caller reads.
     std::shared_ptr<DriverAnswers> driverAnswers;
+    // The only device the key component lists; empty for all of them.
+    QString deviceName;
 };
 
 // Registers the four components the plug-in asks for: the signature manager and the key

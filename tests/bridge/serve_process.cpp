@@ -60,6 +60,10 @@ QProcessEnvironment ServeProcess::environment() const
     environment.insert(QStringLiteral("TMPDIR"), m_dir.filePath(QStringLiteral("tmp")));
     environment.insert(QStringLiteral("SOFTSKF_ROOT"), m_dir.filePath(QStringLiteral("root")));
     environment.remove(QStringLiteral("ZTHOST_PIN"));
+    // No settings of the user's: a configuration folder of the test's own, no ZTHOST_* choices.
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_dir.filePath(QStringLiteral("config")));
+    for (const char *variable : {"ZTHOST_PLUGIN", "ZTHOST_SKF", "ZTHOST_DEVICE"})
+        environment.remove(QLatin1String(variable));
     return environment;
 }
 

@@ -8,7 +8,7 @@ TEST_F(CliTest, callWebGetLastErrorMsgAfterASuccessfulOpen)
     const CliRun called = run({"call", "WebGetLastErrorMsg"});
     EXPECT_EQ(called.exitCode, 0) << called.err.constData();
     EXPECT_EQ(called.outText(), QStringLiteral("errorcode : [0]\n"));
-    EXPECT_EQ(called.err, QByteArray());
+    EXPECT_EQ(called.err, usingDevice("alpha"));
 }
 
 TEST_F(CliTest, callWebZtEncodeConvertsEachArgument)

@@ -34,8 +34,11 @@ TerminalRun runOnTerminal(const QStringList &arguments, const QString &root, con
     const pid_t child = ::forkpty(&master, nullptr, nullptr, nullptr);
     if (child == 0) {
         ::setenv("SOFTSKF_ROOT", rootPath.c_str(), 1);
-        for (const char *name : {"ZTHOST_PIN", "ZTHOST_NEW_PIN", "ZTHOST_ADMIN_PIN"})
+        for (const char *name : {"ZTHOST_PIN", "ZTHOST_NEW_PIN", "ZTHOST_ADMIN_PIN",
+                                 "ZTHOST_PLUGIN", "ZTHOST_SKF", "ZTHOST_DEVICE"})
             ::unsetenv(name);
+        // A configuration folder that does not exist: no settings of the user's (it is only read).
+        ::setenv("XDG_CONFIG_HOME", (rootPath + "/.no-configuration").c_str(), 1);
         std::vector<char *> argv;
         for (std::string &word : words)
             argv.push_back(word.data());
