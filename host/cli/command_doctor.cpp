@@ -114,7 +114,10 @@ ExitCode runDoctor(const QStringList &arguments)
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
 
-    const QList<DoctorCheck> checks = runDoctorChecks(line.hostOptions(), QDateTime::currentDateTimeUtc());
+    const std::optional<SessionOptions> options = line.hostOptions();
+    if (!options)
+        return ExitCode::Failure;
+    const QList<DoctorCheck> checks = runDoctorChecks(*options, QDateTime::currentDateTimeUtc());
     bool passed = true;
     for (const DoctorCheck &check : checks)
         passed = passed && check.outcome != CheckOutcome::Failed;

@@ -142,9 +142,11 @@ const char *containerTypeName(ULONG type)
     }
 }
 
-// The devices and their containers; the first device's first SM2 container's encryption
-// certificate in `certificate` (the one the plug-in's WebOpenKey and WebGetCertData take).
-DoctorCheck checkDevices(const QString &driverPath, QByteArray *certificate, QString *source)
+// The devices and their containers; the device in use's first SM2 container's encryption
+// certificate in `certificate` (the one the plug-in's WebOpenKey and WebGetCertData take). The
+// device in use is `chosen` (--device and its kin), else the first the driver lists.
+DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByteArray *certificate,
+                         QString *source)
 {
     DoctorCheck check;
     check.name = QStringLiteral("devices");
@@ -175,13 +177,23 @@ DoctorCheck checkDevices(const QString &driverPath, QByteArray *certificate, QSt
         return check;
     }
 
+    if (!chosen.isEmpty() && !devices.contains(chosen)) {
+        check.outcome = CheckOutcome::Failed;
+        check.detail = QStringLiteral("no key device \"%1\": the driver lists %2")
+                           .arg(chosen, devices.join(QStringLiteral(", ")));
+        check.advice = QStringLiteral("choose a listed device with --device, or plug in \"%1\"")
+                           .arg(chosen);
+        return check;
+    }
+    const QString inUse = chosen.isEmpty() ? devices.first() : chosen;
+
     QJsonArray listed;
     QStringList problems;
     QStringList advice;
     QStringList summaries;
     for (const QString &device : qAsConst(devices)) {
         QJsonObject entry{{QStringLiteral("name"), device}};
-        const bool first = device == devices.first();
+        const bool isInUse = device == inUse;
         QByteArray name = device.toUtf8();
         DEVHANDLE handle = nullptr;
         code = skf.ConnectDev(name.data(), &handle);
@@ -245,7 +257,7 @@ DoctorCheck checkDevices(const QString &driverPath, QByteArray *certificate, QSt
             containerList.append(QJsonObject{{QStringLiteral("name"), container},
                                              {QStringLiteral("type"), QLatin1String(containerTypeName(type))}});
             containerTexts << QStringLiteral("%1 (%2)").arg(container, QLatin1String(containerTypeName(type)));
-            if (first && !sm2Found && type == CONTAINER_TYPE_SM2) {
+            if (isInUse && !sm2Found && type == CONTAINER_TYPE_SM2) {
                 sm2Found = true;
                 ULONG size = 0;
                 if (skf.ExportCertificate(opened, FALSE, nullptr, &size) == SAR_OK && size > 0
@@ -265,7 +277,7 @@ DoctorCheck checkDevices(const QString &driverPath, QByteArray *certificate, QSt
         summary += containerTexts.isEmpty()
                        ? QStringLiteral(", no container")
                        : QStringLiteral(", containers ") + containerTexts.join(QLatin1String(", "));
-        if (first && !sm2Found) {
+        if (isInUse && !sm2Found) {
             problems << QStringLiteral("\"%1\" holds no SM2 container").arg(device);
             advice << QStringLiteral("envelopes open only in an SM2 container: make a key with "
                                      "one (zthost keygen)");
@@ -449,7 +461,7 @@ QList<DoctorCheck> runDoctorChecks(const SessionOptions &options, const QDateTim
     } else {
         QByteArray certificate;
         QString source;
-        checks << checkDevices(driverPath, &certificate, &source);
+        checks << checkDevices(driverPath, options.deviceName, &certificate, &source);
         if (certificate.isEmpty() && checks.last().outcome == CheckOutcome::Failed)
             checks << skipped(QStringLiteral("certificate"), QStringLiteral("no key device to read it from"));
         else
