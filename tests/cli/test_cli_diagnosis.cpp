@@ -212,6 +212,7 @@ TEST_F(CliDiagnosis, aFailureTheDriverHadNoPartInAddsNoDiagnosis)
     const CliRun refused = decrypt(kUserPin);
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_EQ(refused.errText(),
-              QStringLiteral("zthost: WebZtDecode answered \"false\": %1\n")
-                  .arg(ZtMessages::kEnvelopeUnreadable));
+              QString::fromUtf8(usingDevice("alpha"))
+                  + QStringLiteral("zthost: WebZtDecode answered \"false\": %1\n")
+                        .arg(ZtMessages::kEnvelopeUnreadable));
 }
