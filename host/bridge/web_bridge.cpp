@@ -186,11 +186,18 @@ bool WebBridge::refuses(QWebSocket *socket, QString *line, int *code, QString *r
         }
     } else if (!m_origins.allows(socket->origin())) {
         const QString origin = peerText(socket->origin(), m_token);
-        *line = socket->origin().isEmpty()
-                    ? QStringLiteral("refused a page that sent no origin (%1)").arg(kOriginRefusedCode)
-                    : QStringLiteral("refused a page from origin \"%1\": not approved; approve it "
-                                     "with zthost origins add %1")
-                          .arg(origin);
+        ApprovedOrigin approvable;
+        QString problem;
+        if (socket->origin().isEmpty())
+            *line = QStringLiteral("refused a page that sent no origin (%1)").arg(kOriginRefusedCode);
+        else if (ApprovedOrigin::parse(socket->origin(), &approvable, &problem))
+            *line = QStringLiteral("refused a page from origin \"%1\": not approved; approve it "
+                                   "with zthost origins add %2")
+                        .arg(origin, peerText(approvable.origin, m_token));
+        else
+            *line = QStringLiteral("refused a page from origin \"%1\": not approved, and not an "
+                                   "origin the service can approve")
+                        .arg(origin);
         *code = kOriginRefusedCode;
         *reason = QLatin1String(kOriginRefusedReason);
         return true;
