@@ -98,7 +98,7 @@ ExitCode runConfig(const QStringList &arguments)
                                     "change the configuration file;\nKEY is a setting's name or "
                                     "its key in the file (device or host/device)."));
     for (const SettingRow &row : settingTable()) {
-        if (!row.global)
+        if (!row.global && !row.option.isEmpty())
             line.addSettingOption(row.name);
     }
     line.setNotes(QStringLiteral("An option overrides the environment, which overrides the "

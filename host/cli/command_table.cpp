@@ -20,6 +20,7 @@ const QList<CommandEntry> &commandTable()
         {"call", "call any method of the scriptable object by name", runCall},
         {"serve", "serve the demo page and a web bridge to the key on 127.0.0.1", runServe},
         {"config", "the settings in effect and where each came from; set, unset", runConfig},
+        {"origins", "approve the sites whose pages the bridge service lets in", runOrigins},
         {"help", "this list, or a command's help", runHelp},
     };
     return table;

@@ -22,6 +22,7 @@ ExitCode runServe(const QStringList &arguments);
 ExitCode runConfig(const QStringList &arguments);
 // `zthost --version`, with any global options.
 ExitCode runVersion(const QStringList &arguments);
+ExitCode runOrigins(const QStringList &arguments);
 ExitCode runHelp(const QStringList &arguments);
 
 struct CommandEntry

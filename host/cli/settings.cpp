@@ -2,6 +2,8 @@
 
 #include "configuration_file.h"
 
+#include "bridge/bridge_options.h"
+
 #include "session/default_paths.h"
 
 #include <softskf/provision.h>
@@ -30,13 +32,14 @@ const QList<SettingRow> &settingTable()
          ConfigKey::kRoot, QStringLiteral("DIR"), QStringLiteral("The software device root."),
          [] { return QFile::decodeName(QByteArray::fromStdString(softskf::rootFromEnvironment())); },
          QStringLiteral("${XDG_DATA_HOME:-~/.local/share}/softskf")},
+        // The bridge service's: `zthost serve` without --service takes --port or any free port.
         {QStringLiteral("port"), QStringLiteral("port"), QString(), ConfigKey::kBridgePort,
-         QStringLiteral("N"), QStringLiteral("The web bridge's port, 0 for any free one."),
-         [] { return QStringLiteral("0"); }, QString(), false},
-        {QStringLiteral("origins"), QStringLiteral("allow-origin"), QString(),
-         ConfigKey::kBridgeOrigins, QStringLiteral("ORIGINS"),
-         QStringLiteral("More origins whose pages may connect to the web bridge, comma-separated "
-                        "(the bridge's own is always allowed)."),
+         QStringLiteral("N"), QStringLiteral("The bridge service's port (zthost serve --service)."),
+         [] { return QString::number(bridge::kDefaultServicePort); }, QString(), false},
+        // No option: `zthost origins` changes the list in the file.
+        {QStringLiteral("origins"), QString(), QString(), ConfigKey::kBridgeOrigins,
+         QStringLiteral("ORIGINS"),
+         QStringLiteral("The sites whose pages the bridge service lets in (zthost origins)."),
          [] { return QString(); }, QStringLiteral("none"), false},
     };
     return table;

@@ -60,7 +60,7 @@ TEST_F(CliSettings, configShowsEverySettingWithItsDefaultAndTheFileToCome)
     EXPECT_EQ(table.value("plugin").from, QStringLiteral("default"));
     EXPECT_TRUE(table.value("skf").value.endsWith(QLatin1String("/libztsoftskf.so")));
     EXPECT_EQ(table.value("device").value, QStringLiteral("(none)"));
-    EXPECT_EQ(table.value("port").value, QStringLiteral("0"));
+    EXPECT_EQ(table.value("port").value, QStringLiteral("19731"));
     EXPECT_EQ(table.value("origins").value, QStringLiteral("(none)"));
     // The test sets SOFTSKF_ROOT, the software device root's own variable.
     EXPECT_EQ(table.value("root").value, root());
