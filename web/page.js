@@ -54,7 +54,7 @@ function setStage(next) {
   stage = next;
   const texts = {
     disconnected: ['unknown', 'not opened'],
-    connected: ['closed', 'not opened'],
+    connected: ['idle', 'not opened'],
     opened: ['opened', 'opened'],
     verified: ['verified', 'opened, PIN verified'],
   };
