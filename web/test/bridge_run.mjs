@@ -43,12 +43,14 @@ export function makeRun(name) {
   const root = path.join(work, 'root');
   const env = { ...process.env, SOFTSKF_ROOT: root, TMPDIR: work, XDG_CONFIG_HOME: path.join(work, 'config') };
   delete env.ZTHOST_PIN;
-  const tool = (...args) => {
-    const run = spawnSync(zthost, [...args, '--root', root], { env, encoding: 'utf8' });
+  // `zthost ARGS`; tool() adds the software key's root, command() does not.
+  const command = (...args) => {
+    const run = spawnSync(zthost, args, { env, encoding: 'utf8' });
     assert.equal(run.status, 0, `zthost ${args.join(' ')} failed: ${run.stderr}`);
     return run.stdout;
   };
-  return { work, root, env, tool, hostLog: path.join(work, 'host.log') };
+  const tool = (...args) => command(...args, '--root', root);
+  return { work, root, env, tool, command, hostLog: path.join(work, 'host.log') };
 }
 
 // A key with the user PIN kUserPin, its certificate, and an envelope of kPlaintext.

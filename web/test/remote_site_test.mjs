@@ -105,7 +105,7 @@ async function main() {
   const otherOrigin = `https://other.test:${sitePort}`;
 
   step(`approving ${siteOrigin} and starting the service`);
-  run.tool('origins', 'add', siteOrigin);
+  run.command('origins', 'add', siteOrigin);
   const port = await freePort();
   let service = startServe(run, ['--service', '--port', String(port)]);
   await waitForPort(port);
