@@ -17,6 +17,7 @@ const QList<CommandEntry> &commandTable()
         {"unblock", "new user PIN for a locked key device, with the admin PIN", runUnblock},
         {"call", "call any method of the scriptable object by name", runCall},
         {"serve", "serve the demo page and a web bridge to the key on 127.0.0.1", runServe},
+        {"origins", "approve the sites whose pages the bridge service lets in", runOrigins},
         {"help", "this list, or a command's help", runHelp},
     };
     return table;

@@ -18,6 +18,7 @@ ExitCode runPasswd(const QStringList &arguments);
 ExitCode runUnblock(const QStringList &arguments);
 ExitCode runCall(const QStringList &arguments);
 ExitCode runServe(const QStringList &arguments);
+ExitCode runOrigins(const QStringList &arguments);
 ExitCode runHelp(const QStringList &arguments);
 
 struct CommandEntry

@@ -3,6 +3,7 @@
 #include "core/host_core.h"
 #include "core/plugin_loader.h"
 #include "session/default_paths.h"
+#include "session/owned_scriptable.h"
 #include "session/scriptable_method.h"
 #include "session/standard_components.h"
 
@@ -69,6 +70,17 @@ Invocation HostSession::invoke(const QString &method, const QVariantList &argume
     // The plug-in holds none of the per-operation components once a call has returned.
     m_core->reclaim();
     return invocation;
+}
+
+std::unique_ptr<ScriptableCalls> HostSession::createScriptable(QString *error)
+{
+    QObject *object = m_plugin->createScriptableObject();
+    if (!object) {
+        *error = QStringLiteral("plug-in %1 made no %2 object")
+                     .arg(m_pluginPath, QLatin1String(ZtComponentIds::kCryptographicProgId));
+        return nullptr;
+    }
+    return std::make_unique<OwnedScriptable>(object, *m_core, *m_plugin);
 }
 
 Answer HostSession::call(const QString &method, const QVariantList &arguments)

@@ -2,6 +2,7 @@
 
 #include "core/host_core.h"
 #include "session/scriptable_calls.h"
+#include "session/scriptable_source.h"
 #include "session/session_options.h"
 
 #include <QString>
@@ -33,8 +34,9 @@ struct Answer
 // end-to-end tests all drive the plug-in through a session.
 //
 // Per-operation components are reclaimed after every call, so a long session does not grow.
-// Calling thread only.
-class HostSession : public ScriptableCalls
+// More scriptable objects (createScriptable) share the core and the plug-in; each is deleted
+// with its holder, and any still alive with the session. Calling thread only.
+class HostSession : public ScriptableCalls, public ScriptableSource
 {
 public:
     // Null with `error` set when the host log cannot be opened, or the plug-in cannot be loaded,
@@ -50,6 +52,10 @@ public:
     // Calls `method` by name and reclaims the per-operation components after it. The failure
     // value (false, "false") comes back as it is; no other call is made.
     Invocation invoke(const QString &method, const QVariantList &arguments = {}) override;
+
+    // A scriptable object of its own from CreateComponent; null with `error` set when the
+    // plug-in makes none.
+    std::unique_ptr<ScriptableCalls> createScriptable(QString *error) override;
 
     // invoke(), with a failure value explained by WebGetLastErrorMsg, called right after.
     Answer call(const QString &method, const QVariantList &arguments = {});

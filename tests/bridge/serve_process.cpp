@@ -60,7 +60,27 @@ QProcessEnvironment ServeProcess::environment() const
     environment.insert(QStringLiteral("TMPDIR"), m_dir.filePath(QStringLiteral("tmp")));
     environment.insert(QStringLiteral("SOFTSKF_ROOT"), m_dir.filePath(QStringLiteral("root")));
     environment.remove(QStringLiteral("ZTHOST_PIN"));
+    // Never the user's own settings, approved origins or service port.
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_dir.filePath(QStringLiteral("config")));
     return environment;
+}
+
+ServeProcess::Run ServeProcess::run(const QStringList &arguments)
+{
+    QProcess tool;
+    tool.setProcessEnvironment(environment());
+    tool.start(QStringLiteral(ZTHOST_PATH), arguments);
+    Run result;
+    if (tool.waitForFinished(kToolTimeoutMs) && tool.exitStatus() == QProcess::NormalExit)
+        result.exitCode = tool.exitCode();
+    result.standardOutput = tool.readAllStandardOutput();
+    result.standardError = tool.readAllStandardError();
+    return result;
+}
+
+QByteArray ServeProcess::hostLog() const
+{
+    return readAll(m_dir.filePath(QStringLiteral("host.log")));
 }
 
 bool ServeProcess::runTool(const QStringList &arguments, QByteArray *output, QString *failure)
