@@ -27,13 +27,15 @@ function startForeignServer() {
   return new Promise((resolve) => server.listen(0, '127.0.0.1', () => resolve(server)));
 }
 
-// Tries a WebSocket from the page's own origin; answers "open" or "refused".
+// Tries a WebSocket from the page's own origin: "open" when the channel's handshake is
+// answered, "refused" when it never opens, else "closed CODE REASON".
 function tryWebSocket(page, url) {
   return page.evaluate((address) => new Promise((resolve) => {
     const socket = new WebSocket(address);
-    socket.onopen = () => { socket.close(); resolve('open'); };
-    socket.onerror = () => resolve('refused');
-    socket.onclose = () => resolve('refused');
+    let opened = false;
+    socket.onopen = () => { opened = true; socket.send('{"type":3,"id":0}'); };
+    socket.onmessage = () => { socket.close(); resolve('open'); };
+    socket.onclose = (event) => resolve(opened ? `closed ${event.code} ${event.reason}` : 'refused');
   }), url);
 }
 
@@ -202,7 +204,7 @@ async function main() {
     assert.equal(await tryWebSocket(other, webSocketUrl), 'refused', 'about:blank has no origin of ours');
     // The bridge's own origin still gets in with the token, and never without.
     assert.equal(await tryWebSocket(page, webSocketUrl), 'open');
-    assert.equal(await tryWebSocket(page, `ws://${pageUrl.host}/bridge`), 'refused');
+    assert.equal(await tryWebSocket(page, `ws://${pageUrl.host}/bridge`), 'closed 4401 token refused');
   } finally {
     await context.close();
     foreign.close();

@@ -15,6 +15,7 @@ function show(state, text, help = '') {
   $('help').textContent = help;
 }
 
+$('origin').textContent = location.origin;
 let key = null;
 try {
   key = await ZtKey.connect({ port });
