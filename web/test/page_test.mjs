@@ -2,7 +2,8 @@
 // key: a wrong token told apart, the guided order (open, PIN, then the rest), the busy state, a
 // wrong PIN then the right one, the certificate, envelopes pasted and from files, a file over the
 // bridge's limit stopped before sending with the limit stated, Chinese text marked as such; a
-// page of another origin cannot connect. Saves a screenshot of the final page.
+// page of another origin cannot connect; after a restart the page says its token is refused.
+// Saves a screenshot.
 
 import assert from 'node:assert/strict';
 import crypto from 'node:crypto';
@@ -61,7 +62,7 @@ async function main() {
   fs.writeFileSync(largeFile, crypto.randomBytes(2 * 1024 * 1024));
 
   step('starting zthost serve');
-  const serve = startServe(run, ['--max-message', String(kMaxMessage)]);
+  let serve = startServe(run, ['--max-message', String(kMaxMessage)]);
   const pageUrl = new URL(await serve.firstLine);
   assert.equal(pageUrl.hostname, '127.0.0.1');
   const webSocketUrl = `ws://${pageUrl.host}/bridge${pageUrl.search}`;
@@ -205,17 +206,33 @@ async function main() {
     // The bridge's own origin still gets in with the token, and never without.
     assert.equal(await tryWebSocket(page, webSocketUrl), 'open');
     assert.equal(await tryWebSocket(page, `ws://${pageUrl.host}/bridge`), 'closed 4401 token refused');
+
+    step('zthost serve restarts on the same port with a new token: the page says so');
+    await page.evaluate(() => {
+      window.connectionSeen = [];
+      const state = document.getElementById('connection-state');
+      new MutationObserver(() => window.connectionSeen.push(state.dataset.state))
+        .observe(state, { attributes: true, childList: true });
+    });
+    const stderr = await serve.stop();
+    assert.ok(stderr.includes('zthost serve: stopped (SIGTERM)'), stderr);
+    const logs = fs.readFileSync(run.hostLog, 'utf8') + stderr;
+    assert.ok(logs.includes('refused a WebSocket from origin'), 'the refusals are logged');
+    assert.ok(!logs.includes(kUserPin) && !logs.includes(kWrongPin), 'no PIN in the logs');
+    serve = startServe(run, ['--port', pageUrl.port, '--max-message', String(kMaxMessage)]);
+    assert.notEqual(new URL(await serve.firstLine).search, pageUrl.search);
+    await page.locator('#connection-state[data-state="refused"]').waitFor();
+    assert.ok((await page.evaluate(() => window.connectionSeen)).includes('reconnecting'));
+    assert.equal(await page.textContent('#notice'),
+                 'the bridge refused the access token of this address: open the address zthost serve printed when it last started');
+    assert.deepEqual(await enabled(page, kStepControls), []);
   } finally {
     await context.close();
     foreign.close();
   }
 
   step('stopping zthost serve');
-  const stderr = await serve.stop();
-  assert.ok(stderr.includes('zthost serve: stopped (SIGTERM)'), stderr);
-  const logs = fs.readFileSync(run.hostLog, 'utf8') + stderr;
-  assert.ok(logs.includes('refused a WebSocket from origin'), 'the refusals are logged');
-  assert.ok(!logs.includes(kUserPin) && !logs.includes(kWrongPin), 'no PIN in the logs');
+  await serve.stop();
   fs.rmSync(run.work, { recursive: true, force: true });
   step('passed');
 }
