@@ -327,7 +327,7 @@ async function connect() {
     setStage('connected');
   });
   try {
-    await key.reconnect();
+    await key.connect();
     notice('');
     setStage('connected');
   } catch (error) {

@@ -117,6 +117,9 @@ export class ZtKey extends EventTarget {
   call(method: ZtMethod, ...args: Array<string | number>): Promise<boolean | string>;
 
   close(): void;
+  /** Connects (again); rejects like ZtKey.connect. Keeps the object's listeners. */
+  connect(): Promise<void>;
+  /** The same as connect(). */
   reconnect(): Promise<void>;
 
   addEventListener(type: 'statechange', listener: (event: CustomEvent<StateChangeDetail>) => void): void;

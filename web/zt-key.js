@@ -252,8 +252,10 @@ export class ZtKey extends EventTarget {
     this.#setState('closed');
   }
 
-  // Tries again after a refusal or a failed first connection (for example once the user has
-  // approved the site and restarted the service).
+  // Connects, or connects again after a refusal or a failed attempt (for example once the user
+  // has approved the site and restarted the service); a connection still open is closed first.
+  connect() { return this.reconnect(); }
+
   async reconnect() {
     this.#closedByPage = false;
     clearTimeout(this.#retryTimer);

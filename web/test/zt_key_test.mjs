@@ -265,7 +265,7 @@ test('close 4401 is token-refused', async () => {
   const key = new ZtKey({ WebSocket: bridge.WebSocket, token: 'wrong' });
   const states = [];
   key.addEventListener('statechange', (event) => states.push(event.detail.state));
-  await assert.rejects(key.reconnect(), TokenRefusedError);
+  await assert.rejects(key.connect(), TokenRefusedError);
   assert.deepEqual(states, ['refused']);
 });
 
