@@ -15,7 +15,7 @@ import {
   outputDir, provision, startServe, step, watchProblems,
 } from './bridge_run.mjs';
 
-giveUpAfter(60_000);
+giveUpAfter(75_000);
 // Small enough that a test file goes over it, large enough for every envelope the test opens.
 const kMaxMessage = 1024 * 1024;
 

@@ -17,7 +17,7 @@ import {
   provision, startServe, step, waitForPort, watchProblems,
 } from './bridge_run.mjs';
 
-giveUpAfter(60_000);
+giveUpAfter(75_000);
 const webDir = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '..');
 const kNoKeyMessage = '未检测到电子密钥盘';
 
