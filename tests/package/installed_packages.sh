@@ -106,6 +106,7 @@ contents)
 usr/lib/libZtCryptographic.so.1.0.0"
   expect_files zthost "usr/bin/zthost
 usr/lib/libztsoftskf.so
+usr/lib/systemd/user/zthost-bridge.service
 usr/share/zthost/web/favicon.svg
 usr/share/zthost/web/index.html
 usr/share/zthost/web/page.js
@@ -148,6 +149,11 @@ zthost)
   grep -qE '^all 9 steps ok in [0-9]+\.[0-9] ms$' <<<"$demo" || fail "demo did not hold:
 $demo"
   [ -z "$(ls -A "$work/tmp")" ] || fail "demo left $(ls -A "$work/tmp") in its TMPDIR"
+
+  # The user unit runs the service through the command on systemd's search path.
+  unit=$(cat "$root/usr/lib/systemd/user/zthost-bridge.service")
+  expect_line "$unit" "ExecStart=zthost serve --service"
+  expect_line "$unit" "WantedBy=default.target"
 
   help=$(zthost serve --help)
   grep -qF "The page's folder (default: $root/usr/share/zthost/web)." <<<"$(tr '\n' ' ' <<<"$help" | tr -s ' ')" \

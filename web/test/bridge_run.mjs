@@ -104,19 +104,6 @@ export function startServe(run, args = []) {
   return { serve, firstLine, stderr: () => stderr, stop };
 }
 
-// Resolves once something accepts connections on the port.
-export async function waitForPort(port) {
-  for (;;) {
-    const open = await new Promise((resolve) => {
-      const socket = net.connect(port, '127.0.0.1', () => { socket.destroy(); resolve(true); });
-      socket.once('error', () => resolve(false));
-    });
-    if (open)
-      return;
-    await new Promise((resolve) => setTimeout(resolve, 50));
-  }
-}
-
 export async function launchChromium(run, { args = [], ignoreHTTPSErrors = false } = {}) {
   const userDataDir = fs.mkdtempSync(path.join(run.work, 'chromium-profile-'));
   return chromium.launchPersistentContext(userDataDir, {

@@ -14,7 +14,7 @@ import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import {
   freePort, giveUpAfter, kPlaintext, kUserPin, kWrongPinMessage, launchChromium, makeRun, outputDir,
-  provision, startServe, step, waitForPort, watchProblems,
+  provision, startServe, step, watchProblems,
 } from './bridge_run.mjs';
 
 giveUpAfter(75_000);
@@ -108,7 +108,7 @@ async function main() {
   run.command('origins', 'add', siteOrigin);
   const port = await freePort();
   let service = startServe(run, ['--service', '--port', String(port)]);
-  await waitForPort(port);
+  assert.equal(await service.firstLine, `ws://127.0.0.1:${port}/bridge`);
 
   const context = await launchChromium(run, {
     args: ['--host-resolver-rules=MAP site.test 127.0.0.1, MAP other.test 127.0.0.1'],
