@@ -100,6 +100,15 @@ bool ServeProcess::runTool(const QStringList &arguments, QByteArray *output, QSt
     return true;
 }
 
+bool ServeProcess::makeKey(const QString &pin, QString *failure)
+{
+    QByteArray output;
+    return runTool({QStringLiteral("keygen"), QStringLiteral("--name"), QLatin1String(kDevice),
+                    QStringLiteral("--pin"), pin, QStringLiteral("--admin-pin"),
+                    QStringLiteral("serve-admin-7731")},
+                   &output, failure);
+}
+
 bool ServeProcess::start(const QStringList &extra, QString *failure)
 {
     m_process = std::make_unique<QProcess>();

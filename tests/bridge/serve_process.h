@@ -27,6 +27,8 @@ public:
 
     // Runs `zthost ARGUMENTS --root ROOT` to its end; false with the output in `failure`.
     bool runTool(const QStringList &arguments, QByteArray *output, QString *failure);
+    // `zthost keygen`: the software key kDevice with `pin` and an admin PIN of its own.
+    bool makeKey(const QString &pin, QString *failure);
 
     // Runs `zthost ARGUMENTS` (nothing added) to its end, whatever its exit code; -1 when it
     // did not finish.

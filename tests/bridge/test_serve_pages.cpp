@@ -25,11 +25,7 @@ protected:
         ASSERT_TRUE(serve.isValid());
         QByteArray output;
         QString failure;
-        ASSERT_TRUE(serve.runTool({QStringLiteral("keygen"), QStringLiteral("--name"),
-                                   QLatin1String(ServeProcess::kDevice), QStringLiteral("--pin"), kUserPin,
-                                   QStringLiteral("--admin-pin"), QStringLiteral("pages-admin-7731")},
-                                  &output, &failure))
-            << qPrintable(failure);
+        ASSERT_TRUE(serve.makeKey(kUserPin, &failure)) << qPrintable(failure);
         ASSERT_TRUE(serve.runTool({QStringLiteral("cert"), QStringLiteral("--out"), serve.path("cert.b64")},
                                   &output, &failure))
             << qPrintable(failure);

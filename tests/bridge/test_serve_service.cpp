@@ -41,13 +41,8 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(serve.isValid());
-        QByteArray output;
         QString failure;
-        ASSERT_TRUE(serve.runTool({QStringLiteral("keygen"), QStringLiteral("--name"),
-                                   QLatin1String(ServeProcess::kDevice), QStringLiteral("--pin"), kUserPin,
-                                   QStringLiteral("--admin-pin"), QStringLiteral("service-admin-7731")},
-                                  &output, &failure))
-            << qPrintable(failure);
+        ASSERT_TRUE(serve.makeKey(kUserPin, &failure)) << qPrintable(failure);
     }
 
     // Approves kSite, writes `port` as the service's port, and starts the service.
@@ -138,13 +133,9 @@ TEST_F(ServiceTest, listensOnTheConfiguredPortForApprovedPagesWithoutAToken)
     BridgeClient page(kSite);
     ASSERT_TRUE(page.open(serviceUrl()));
     const QJsonObject objects = page.initialize();
-    QStringList facts;
-    for (const QJsonValue &property : objects.value(QLatin1String("bridge")).toObject().value(QLatin1String("properties")).toArray()) {
-        const QJsonArray entry = property.toArray();
-        if (entry.at(1).toString() != QLatin1String("objectName"))
-            facts << entry.at(1).toString() + QLatin1Char('=') + entry.at(3).toVariant().toString();
-    }
-    EXPECT_EQ(facts, (QStringList{"maxMessageBytes=16777216", "mode=service", "version=1.0.0"}));
+    // What a page may know before it sends anything.
+    EXPECT_EQ(BridgeClient::propertyValues(objects.value(QLatin1String("bridge")).toObject()),
+              (QStringList{"maxMessageBytes=16777216", "mode=service", "version=1.0.0"}));
     EXPECT_EQ(page.call(QStringLiteral("WebOpenKey")), QJsonValue(true));
     EXPECT_EQ(page.call(QStringLiteral("WebVerifyPin"), {kUserPin}), QJsonValue(true));
     // The same origin as the browser may write it: case and the default port do not matter.
@@ -170,9 +161,10 @@ TEST_F(ServiceTest, takesTheDefaultPortWhenNothingNamesOne)
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_TRUE(run.standardError.contains("zthost: cannot listen on 127.0.0.1:19731: the port is in use"))
         << run.standardError.constData();
-    if (held)
+    if (held) {
         EXPECT_TRUE(run.standardError.contains(" by process " + QByteArray::number(::getpid())))
             << run.standardError.constData();
+    }
 }
 
 TEST_F(ServiceTest, refusesToStartOnATakenPortAndNamesTheProcessHoldingIt)
