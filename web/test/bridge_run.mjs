@@ -84,10 +84,19 @@ export function freePort() {
   });
 }
 
+// Servers still running when the test ends, passed or failed, are stopped with it.
+const running = new Set();
+process.on('exit', () => {
+  for (const child of running)
+    child.kill('SIGTERM');
+});
+
 // `zthost serve` with `args`; `firstLine` is its first line of output.
 export function startServe(run, args = []) {
   const serve = spawn(zthost, ['serve', ...args, '--root', run.root, '--host-log', run.hostLog, '-v'],
                       { env: run.env, stdio: ['ignore', 'pipe', 'pipe'] });
+  running.add(serve);
+  serve.once('exit', () => running.delete(serve));
   let stderr = '';
   serve.stderr.on('data', (chunk) => { stderr += chunk; });
   const ended = new Promise((resolve) => serve.once('exit', (code, signal) => resolve({ code, signal })));
