@@ -32,6 +32,7 @@ TEST_F(BridgeTest, servesThePageWithStrictHeaders)
         {"/?token=abc", "text/html; charset=utf-8"},
         {"/index.html", "text/html; charset=utf-8"},
         {"/page.js", "text/javascript; charset=utf-8"},
+        {"/zt-key.js", "text/javascript; charset=utf-8"},
         {"/style.css", "text/css; charset=utf-8"},
         {"/qwebchannel.js", "text/javascript; charset=utf-8"},
         {"/favicon.svg", "image/svg+xml"},

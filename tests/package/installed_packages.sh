@@ -113,7 +113,9 @@ usr/share/man/man1/zthost.1.gz
 usr/share/zthost/web/favicon.svg
 usr/share/zthost/web/index.html
 usr/share/zthost/web/page.js
-usr/share/zthost/web/style.css"
+usr/share/zthost/web/style.css
+usr/share/zthost/web/zt-key.d.ts
+usr/share/zthost/web/zt-key.js"
   expect_files libztcryptographic-dev "usr/include/ZtCryptographic/entry_points.h
 usr/include/ZtCryptographic/zt_cryptographic.h
 usr/include/ZtCryptographic/zt_envelope_data.h
