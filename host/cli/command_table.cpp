@@ -15,7 +15,8 @@ const QList<CommandEntry> &commandTable()
         {"decrypt", "open a digital envelope on the key", runDecrypt},
         {"passwd", "change the user PIN of a key device", runPasswd},
         {"unblock", "new user PIN for a locked key device, with the admin PIN", runUnblock},
-        {"call", "call any method of the scriptable object by name", runCall},
+        {"call", "call methods of the scriptable object by name, several in one session", runCall},
+        {"shell", "call methods of the scriptable object one line at a time", runShell},
         {"serve", "serve the demo page and a web bridge to the key on 127.0.0.1", runServe},
         {"help", "this list, or a command's help", runHelp},
     };

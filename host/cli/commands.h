@@ -17,6 +17,7 @@ ExitCode runDecrypt(const QStringList &arguments);
 ExitCode runPasswd(const QStringList &arguments);
 ExitCode runUnblock(const QStringList &arguments);
 ExitCode runCall(const QStringList &arguments);
+ExitCode runShell(const QStringList &arguments);
 ExitCode runServe(const QStringList &arguments);
 ExitCode runHelp(const QStringList &arguments);
 

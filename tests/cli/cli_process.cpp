@@ -17,6 +17,12 @@ void CliTest::SetUp()
 
 CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> &environment)
 {
+    return runWithInput(arguments, QByteArray(), environment);
+}
+
+CliRun CliTest::runWithInput(const QStringList &arguments, const QByteArray &standardInput,
+                             const QHash<QString, QString> &environment)
+{
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.remove(QStringLiteral("ZTHOST_PIN"));
     env.remove(QStringLiteral("ZTHOST_NEW_PIN"));
@@ -35,6 +41,8 @@ CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> 
         ADD_FAILURE() << "zthost did not start: " << process.errorString().toStdString();
         return result;
     }
+    if (!standardInput.isEmpty())
+        process.write(standardInput);
     process.closeWriteChannel();
     if (!process.waitForFinished(kProcessTimeoutMs)) {
         process.kill();

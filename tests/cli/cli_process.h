@@ -38,6 +38,9 @@ protected:
     // Runs zthost with `arguments`; `environment` adds or replaces variables.
     CliRun run(const QStringList &arguments,
                const QHash<QString, QString> &environment = QHash<QString, QString>());
+    // The same with `standardInput` written to the process's standard input (a pipe) first.
+    CliRun runWithInput(const QStringList &arguments, const QByteArray &standardInput,
+                        const QHash<QString, QString> &environment = QHash<QString, QString>());
 
     // A device made in-process with a cheap PIN hash, for tests that are not about keygen.
     void provision(const QString &device, unsigned maxRetries = 6);
