@@ -1,0 +1,10 @@
+#pragma once
+
+#include <QJsonObject>
+
+// The whole road of `zthost decrypt` against WebZtDecode alone, on one envelope of a
+// `contentSize` content: WebZtDecode timed in this process (its host session open, its PIN
+// verified, the Base64 text in hand), and a real zthost process timed from fork to exit with its
+// peak resident size from wait4, decrypting the same envelope from a Base64 file to a file.
+// Three of each, interleaved; medians of the times, the largest peak.
+QJsonObject probeDecryptRoad(int contentSize);
