@@ -30,10 +30,25 @@ double medianOf(std::vector<double> values)
     return values.empty() ? -1 : values[values.size() / 2];
 }
 
+double cpuSeconds(const struct rusage &usage)
+{
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec)
+           + double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// CPU time of the calling thread, user and system.
+double threadCpuSeconds()
+{
+    struct rusage usage {};
+    ::getrusage(RUSAGE_THREAD, &usage);
+    return cpuSeconds(usage);
+}
+
 struct ProcessRun
 {
     bool ok = false;
     double seconds = -1;
+    double cpuSeconds = -1;
     qint64 peakBytes = -1;
 };
 
@@ -65,6 +80,7 @@ ProcessRun runZthost(const std::vector<std::string> &arguments)
     if (::wait4(child, &status, 0, &usage) != child)
         return run;
     run.seconds = secondsSince(start);
+    run.cpuSeconds = cpuSeconds(usage);
     run.peakBytes = qint64(usage.ru_maxrss) * 1024; // kilobytes on Linux
     run.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     return run;
@@ -98,17 +114,22 @@ QJsonObject probeDecryptRoad(int contentSize)
 
     std::vector<double> alone;
     std::vector<double> road;
+    std::vector<double> aloneCpu;
+    std::vector<double> roadCpu;
     qint64 peak = 0;
     bool ok = true;
     for (int round = 0; round < kRounds; ++round) {
         const auto start = std::chrono::steady_clock::now();
+        const double cpuStart = threadCpuSeconds();
         const QString answer = world.decode(text);
+        aloneCpu.push_back(threadCpuSeconds() - cpuStart);
         alone.push_back(secondsSince(start));
         ok = ok && answer.size() == (contentSize + 2) / 3 * 4;
 
         const ProcessRun run = runZthost(arguments);
         ok = ok && run.ok;
         road.push_back(run.seconds);
+        roadCpu.push_back(run.cpuSeconds);
         peak = std::max(peak, run.peakBytes);
         QFile written(plaintextPath);
         ok = ok && written.open(QIODevice::ReadOnly) && written.readAll() == content;
@@ -116,9 +137,11 @@ QJsonObject probeDecryptRoad(int contentSize)
     }
     QJsonObject result;
     result.insert(QStringLiteral("content_bytes"), contentSize);
-    result.insert(QStringLiteral("webztdecode_seconds"), medianOf(alone));
-    result.insert(QStringLiteral("zthost_seconds"), medianOf(road));
-    result.insert(QStringLiteral("ratio"), medianOf(road) / medianOf(alone));
+    result.insert(QStringLiteral("webztdecode_wall_seconds"), medianOf(alone));
+    result.insert(QStringLiteral("zthost_wall_seconds"), medianOf(road));
+    result.insert(QStringLiteral("webztdecode_seconds"), medianOf(aloneCpu));
+    result.insert(QStringLiteral("zthost_seconds"), medianOf(roadCpu));
+    result.insert(QStringLiteral("ratio"), medianOf(roadCpu) / medianOf(aloneCpu));
     result.insert(QStringLiteral("zthost_peak_rss"), double(peak));
     result.insert(QStringLiteral("multiple"), double(peak) / contentSize);
     result.insert(QStringLiteral("ok"), ok);

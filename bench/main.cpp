@@ -322,15 +322,15 @@ int main(int argc, char **argv)
         table.add(row);
     }
     {
-        // Wall time on both sides: the process's start, PIN check, file reading and writing
-        // are what the row is about.
+        // CPU time on both sides (the process's own for zthost): its start, PIN check, file
+        // reading and writing are what the row is about.
         const bool ok = road.value(QStringLiteral("ok")).toBool();
         Row time;
         time.benchmark = QStringLiteral("road: zthost decrypt process, file to file");
         time.size = kPeakContentSize;
         time.time = ok ? road.value(QStringLiteral("zthost_seconds")).toDouble() : -1;
         time.baseline = ok ? road.value(QStringLiteral("webztdecode_seconds")).toDouble() : -1;
-        time.baselineName = QStringLiteral("WebZtDecode alone, wall");
+        time.baselineName = QStringLiteral("WebZtDecode alone, CPU");
         time.ratio = ok ? road.value(QStringLiteral("ratio")).toDouble() : -1;
         if (!ok)
             time.measure = QStringLiteral("failed");

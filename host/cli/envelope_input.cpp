@@ -8,7 +8,9 @@
 
 #include <openssl/asn1.h>
 
-#include <cctype>
+#include <sys/mman.h>
+
+#include <cstring>
 
 namespace zthost::cli {
 
@@ -75,13 +77,26 @@ bool countBlanks(QFile &file, qint64 from, qint64 to, bool forward, qint64 *blan
     return true;
 }
 
-// Latin-1 bytes widened into the QString at `at`, as QString::fromLatin1 would.
+// Latin-1 bytes widened into the QString at `at`. QString::fromLatin1 widens with SIMD, many
+// times faster than a loop here, and its piece-sized result is copied in place.
 void widen(const QByteArray &bytes, QString *text, qint64 at)
 {
-    ushort *target = reinterpret_cast<ushort *>(text->data()) + at;
-    const auto *source = reinterpret_cast<const uchar *>(bytes.constData());
-    for (int i = 0; i < bytes.size(); ++i)
-        target[i] = source[i];
+    const QString wide = QString::fromLatin1(bytes);
+    std::memcpy(text->data() + at, wide.constData(), size_t(wide.size()) * sizeof(QChar));
+}
+
+// Asks for transparent huge pages under a large text: it is written once from end to end, and
+// 2 MiB pages take it in with 512 times fewer page faults, which cost more than the copying on
+// a virtual machine. Only advice: the kernel may ignore it.
+void adviseHugePages(QString *text)
+{
+    constexpr quintptr kHugePage = 2 << 20;
+    const auto start = reinterpret_cast<quintptr>(text->data());
+    const quintptr end = start + quintptr(text->size()) * sizeof(QChar);
+    const quintptr first = (start + kHugePage - 1) & ~(kHugePage - 1);
+    const quintptr last = end & ~(kHugePage - 1);
+    if (last > first)
+        ::madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
 }
 } // namespace
 
@@ -146,12 +161,16 @@ bool readEnvelopeText(const EnvelopeFile &file, QString *text, QString *error, P
     }
     const qint64 toRead = file.der ? file.fileSize : file.characters;
     QString base64(int(file.characters), Qt::Uninitialized);
+    adviseHugePages(&base64);
     progress.begin(QStringLiteral("reading %1").arg(file.path), toRead);
     qint64 done = 0;
     qint64 written = 0;
+    // One buffer for every piece: a fresh one each time would be mapped and faulted in again.
+    QByteArray piece(int(qMin(kPieceBytes, toRead)), Qt::Uninitialized);
     while (done < toRead) {
-        const QByteArray piece = in.read(qMin(kPieceBytes, toRead - done));
-        if (piece.isEmpty()) {
+        const qint64 wanted = qMin(kPieceBytes, toRead - done);
+        const qint64 got = in.read(piece.data(), wanted);
+        if (got != wanted) {
             progress.end();
             *error = in.error() != QFileDevice::NoError
                          ? readFailure(file.path, in)
@@ -159,10 +178,11 @@ bool readEnvelopeText(const EnvelopeFile &file, QString *text, QString *error, P
                                .arg(file.path);
             return false;
         }
-        const QByteArray encoded = file.der ? piece.toBase64() : piece;
+        const QByteArray bytes = QByteArray::fromRawData(piece.constData(), int(got));
+        const QByteArray encoded = file.der ? bytes.toBase64() : bytes;
         widen(encoded, &base64, written);
         written += encoded.size();
-        done += piece.size();
+        done += got;
         progress.advance(done);
     }
     progress.end();
