@@ -205,3 +205,20 @@ TEST_F(CliBatch, envelopeOverThePluginsLimitIsRefusedBeforeAnyPinTry)
     EXPECT_TRUE(batch.outText().contains(QStringLiteral("\nbig.b64 ")));
     EXPECT_EQ(readWorkFile(QStringLiteral("out/a")), kAlpha) << "the others are opened";
 }
+
+TEST_F(CliBatch, envelopesLargerThanOnePieceComeBackWhole)
+{
+    // 4 MiB of content: its DER and its Base64 text are read, and its answer written, in more
+    // than one piece each (3 MiB read, 4 Mi characters decoded at a time).
+    const QByteArray content = randomBytes(4 << 20);
+    const QByteArray envelope =
+        makeEnvelopeWithOpenSsl(storedCertificate(QStringLiteral("alpha")), content);
+    ASSERT_FALSE(envelope.isEmpty());
+    ASSERT_TRUE(QDir(workFile(QString())).mkpath(QStringLiteral("big")));
+    writeWorkFile(QStringLiteral("big/large.der"), envelope);
+    writeWorkFile(QStringLiteral("big/large-text.b64"), "\n  " + envelope.toBase64() + "\r\n\n");
+    const CliRun batch = run({"decrypt", "--pin", kUserPin, "--in-dir", "big", "--out-dir", "out"});
+    EXPECT_EQ(batch.exitCode, 0) << batch.err.constData();
+    EXPECT_TRUE(readWorkFile(QStringLiteral("out/large")) == content);
+    EXPECT_TRUE(readWorkFile(QStringLiteral("out/large-text")) == content);
+}
