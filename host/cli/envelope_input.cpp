@@ -98,6 +98,18 @@ void adviseHugePages(QString *text)
     if (last > first)
         ::madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
 }
+bool withinLimit(const EnvelopeFile &file, QString *error)
+{
+    if (file.characters <= maxEnvelopeBase64Characters())
+        return true;
+    *error = QStringLiteral("%1 is too large for the plug-in: %2 characters of Base64 text, over "
+                            "the %3 it can take under Qt 5 (an envelope of at most %4 bytes)")
+                 .arg(file.path)
+                 .arg(file.characters)
+                 .arg(maxEnvelopeBase64Characters())
+                 .arg(maxEnvelopeDerBytes());
+    return false;
+}
 } // namespace
 
 bool inspectEnvelopeFile(const QString &path, EnvelopeFile *file, QString *error)
@@ -113,6 +125,17 @@ bool inspectEnvelopeFile(const QString &path, EnvelopeFile *file, QString *error
     if (!in.open(QIODevice::ReadOnly)) {
         *error = readFailure(path, in);
         return false;
+    }
+    if (in.isSequential()) {
+        // One character more than the limit is enough to refuse it.
+        file->bytes = in.read(maxEnvelopeBase64Characters() + 1);
+        file->readAlready = true;
+        file->fileSize = file->bytes.size();
+        file->der = isOneDerSequence(file->bytes.left(int(kHeaderBytes)), file->fileSize);
+        if (!file->der)
+            file->bytes = file->bytes.trimmed();
+        file->characters = file->der ? (file->fileSize + 2) / 3 * 4 : file->bytes.size();
+        return withinLimit(*file, error);
     }
     file->fileSize = in.size();
     const QByteArray header = in.read(qMin(kHeaderBytes, file->fileSize));
@@ -134,22 +157,16 @@ bool inspectEnvelopeFile(const QString &path, EnvelopeFile *file, QString *error
         file->textStart = leading;
         file->characters = file->fileSize - leading - trailing;
     }
-    if (file->characters > maxEnvelopeBase64Characters()) {
-        *error = QStringLiteral("%1 is too large for the plug-in: %2 characters of Base64 text, "
-                                "over the %3 it can take under Qt 5 (an envelope of at most %4 "
-                                "bytes)")
-                     .arg(path)
-                     .arg(file->characters)
-                     .arg(maxEnvelopeBase64Characters())
-                     .arg(maxEnvelopeDerBytes());
-        return false;
-    }
-    return true;
+    return withinLimit(*file, error);
 }
 
 bool readEnvelopeText(const EnvelopeFile &file, QString *text, QString *error, Progress &progress)
 {
     *text = QString();
+    if (file.readAlready) {
+        *text = QString::fromLatin1(file.der ? file.bytes.toBase64() : file.bytes);
+        return true;
+    }
     QFile in(file.path);
     if (!in.open(QIODevice::ReadOnly) || !in.seek(file.textStart)) {
         *error = readFailure(file.path, in);

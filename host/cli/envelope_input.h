@@ -16,6 +16,10 @@ struct EnvelopeFile
     bool der = false;
     qint64 textStart = 0;  // text: the first byte that is not a blank
     qint64 characters = 0; // the length of the Base64 text WebZtDecode will get
+    // A file that is not a regular one (a pipe, `<(...)`) cannot be looked at twice: its bytes,
+    // read once by inspectEnvelopeFile, bounded by the limit.
+    QByteArray bytes;
+    bool readAlready = false;
 };
 
 // Looks at the file without reading it whole: its size, its kind and the length of its Base64

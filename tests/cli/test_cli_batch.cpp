@@ -222,3 +222,12 @@ TEST_F(CliBatch, envelopesLargerThanOnePieceComeBackWhole)
     EXPECT_TRUE(readWorkFile(QStringLiteral("out/large")) == content);
     EXPECT_TRUE(readWorkFile(QStringLiteral("out/large-text")) == content);
 }
+
+TEST_F(CliBatch, envelopeFromAPipeIsReadOnceAndOpens)
+{
+    // /dev/stdin is the pipe the test writes to: it cannot be looked at and then read again.
+    const CliRun opened =
+        runWithInput({"decrypt", "--pin", kUserPin, "--in", "/dev/stdin", "--out", "piped"}, m_alpha);
+    EXPECT_EQ(opened.exitCode, 0) << opened.err.constData();
+    EXPECT_EQ(readWorkFile(QStringLiteral("piped")), kAlpha);
+}
