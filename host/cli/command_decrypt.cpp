@@ -72,7 +72,7 @@ ExitCode runDecrypt(const QStringList &arguments)
                     QStringLiteral("FILE")});
     line.addOption({kOutDir,
                     QStringLiteral("Write each plaintext into DIR (made if missing), named after "
-                                   "its envelope\nwithout a final .b64, .der or .env (else with "
+                                   "its envelope without a final .b64, .der or .env (else with "
                                    ".out added)."),
                     QStringLiteral("DIR")});
     line.addOption({kForce, QStringLiteral("Replace plaintexts that exist in --out-dir.")});
