@@ -5,9 +5,12 @@
 #include "command_line.h"
 #include "console.h"
 #include "file_io.h"
+#include "progress.h"
 #include "session_steps.h"
 
 #include "sealer/envelope_sealer.h"
+
+#include <QFileInfo>
 
 namespace zthost::cli {
 
@@ -63,8 +66,14 @@ ExitCode runEncrypt(const QStringList &arguments)
     QByteArray certificateFile;
     QByteArray content;
     QString error;
-    if (!readWholeFile(line.value(kCert), &certificateFile, &error)
-        || !readWholeFile(line.value(kIn), &content, &error))
+    Progress progress;
+    if (!readWholeFile(line.value(kCert), &certificateFile, &error))
+        return failed(error);
+    progress.begin(QStringLiteral("reading %1").arg(line.value(kIn)),
+                   QFileInfo(line.value(kIn)).size());
+    const bool read = readWholeFile(line.value(kIn), &content, &error);
+    progress.end();
+    if (!read)
         return failed(error);
     QByteArray certificate;
     CertificateFormat format = CertificateFormat::Der;
@@ -88,10 +97,16 @@ ExitCode runEncrypt(const QStringList &arguments)
         }
     }
     error.clear();
+    progress.begin(QStringLiteral("sealing %1").arg(line.value(kIn)), content.size());
     const QByteArray envelope = sealEnvelope(certificate, content, &error);
+    progress.end();
     if (envelope.isEmpty())
         return failed(error);
-    if (!writeResult(line.value(kOut), envelope.toBase64() + '\n', &error))
+    content = QByteArray();
+    progress.begin(QStringLiteral("writing the envelope"), envelope.size() / 3 * 4);
+    const bool written = writeResult(line.value(kOut), envelope.toBase64() + '\n', &error);
+    progress.end();
+    if (!written)
         return failed(error);
     return ExitCode::Success;
 }

@@ -30,6 +30,13 @@ public:
     void addOption(const QCommandLineOption &option);
     // The option of a setting row that is not global (settings.h), e.g. serve's "port".
     void addSettingOption(const QString &settingName);
+    // Options only before the first positional argument; every word after it is positional,
+    // dashes and "--" included (for commands whose arguments are words of their own).
+    void setOptionsBeforeArgumentsOnly()
+    {
+        m_parser.setOptionsAfterPositionalArgumentsMode(
+            QCommandLineParser::ParseAsPositionalArguments);
+    }
     // Free text after the options in --help, e.g. notes on formats.
     void setNotes(const QString &notes) { m_notes = notes; }
 
@@ -43,6 +50,8 @@ public:
 
     bool isSet(const QString &name) const { return m_parser.isSet(name); }
     QString value(const QString &name) const { return m_parser.value(name); }
+    // Every value of an option given more than once, in order.
+    QStringList values(const QString &name) const { return m_parser.values(name); }
     QStringList positionalArguments() const { return m_parser.positionalArguments(); }
     // The option's value when it was given at all (an empty value counts as given).
     std::optional<QString> optionalValue(const QString &name) const

@@ -18,6 +18,7 @@ ExitCode runDecrypt(const QStringList &arguments);
 ExitCode runPasswd(const QStringList &arguments);
 ExitCode runUnblock(const QStringList &arguments);
 ExitCode runCall(const QStringList &arguments);
+ExitCode runShell(const QStringList &arguments);
 ExitCode runServe(const QStringList &arguments);
 ExitCode runConfig(const QStringList &arguments);
 // `zthost --version`, with any global options.

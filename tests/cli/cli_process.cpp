@@ -22,6 +22,12 @@ CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> 
     return runProgram(QStringLiteral(ZTHOST_PATH), arguments, environment, standardInput);
 }
 
+CliRun CliTest::runWithInput(const QStringList &arguments, const QByteArray &standardInput,
+                             const QHash<QString, QString> &environment)
+{
+    return run(arguments, environment, standardInput);
+}
+
 CliRun CliTest::runAfterShell(const QString &shellCommands, const QStringList &arguments,
                               const QByteArray &standardInput)
 {

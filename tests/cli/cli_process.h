@@ -50,6 +50,9 @@ protected:
     // on the process (ulimit).
     CliRun runAfterShell(const QString &shellCommands, const QStringList &arguments,
                          const QByteArray &standardInput = QByteArray());
+    // The same with `standardInput` written to the process's standard input (a pipe) first.
+    CliRun runWithInput(const QStringList &arguments, const QByteArray &standardInput,
+                        const QHash<QString, QString> &environment = QHash<QString, QString>());
 
     // A device made in-process with a cheap PIN hash, for tests that are not about keygen.
     void provision(const QString &device, unsigned maxRetries = 6);

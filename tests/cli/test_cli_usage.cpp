@@ -41,7 +41,7 @@ TEST_F(CliTest, everyCommandHasHelp)
     const CliRun overview = run({"help"});
     EXPECT_EQ(overview.exitCode, 0);
     EXPECT_EQ(run({"--help"}).out, overview.out);
-    for (const char *command : {"demo", "keygen", "devices", "cert", "encrypt", "decrypt", "call", "origins"}) {
+    for (const char *command : {"demo", "keygen", "devices", "cert", "encrypt", "decrypt", "call", "shell", "origins"}) {
         SCOPED_TRACE(command);
         EXPECT_TRUE(overview.outText().contains(QStringLiteral("\n  %1 ").arg(QLatin1String(command))));
         const CliRun help = run({command, "--help"});
