@@ -96,7 +96,8 @@ TEST_F(CliDeviceChoice, aDeviceTheDriverDoesNotListFailsNamingThoseItDoes)
          {QStringList{"cert"}, QStringList{"call", "WebOpenKey"}, QStringList{"devices"},
           QStringList{"decrypt", "--pin", kUserPin, "--in", "-"}}) {
         SCOPED_TRACE(command.join(' ').toStdString());
-        const CliRun refused = run(command + QStringList{"--device", "zulu"}, {}, "not read");
+        // Before the command: call takes options only before its first METHOD.
+        const CliRun refused = run(QStringList{"--device", "zulu"} + command, {}, "not read");
         EXPECT_EQ(refused.exitCode, 1);
         EXPECT_EQ(refused.out, QByteArray());
         EXPECT_EQ(refused.errText(),
@@ -131,7 +132,7 @@ TEST_F(CliDeviceChoice, devicesListsEveryDeviceAndNamesTheChosenOneWithItsSource
 
 TEST_F(CliDeviceChoice, callWebOpenKeyNamesTheDeviceItOpened)
 {
-    const CliRun opened = run({"call", "WebOpenKey", "--device", "bravo"});
+    const CliRun opened = run({"call", "--device", "bravo", "WebOpenKey"});
     ASSERT_EQ(opened.exitCode, 0) << opened.err.constData();
     EXPECT_EQ(opened.outText(), QStringLiteral("true\n"));
     EXPECT_EQ(opened.err, usingDevice("bravo"));

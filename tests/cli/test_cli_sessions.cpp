@@ -38,7 +38,7 @@ TEST_F(CliSession, callOpensVerifiesAndDecodesInOneProcess)
                                "WebZtDecode", "@envelope.b64", "0"});
     EXPECT_EQ(called.exitCode, 0) << called.err.constData();
     EXPECT_EQ(called.out, "true\ntrue\n" + decodedLine());
-    EXPECT_EQ(called.err, QByteArray());
+    EXPECT_EQ(called.err, usingDevice("alpha"));
 }
 
 TEST_F(CliSession, callOpensTheKeyItselfWhenTheFirstCallIsNotWebOpenKey)
@@ -76,8 +76,10 @@ TEST_F(CliSession, callStopsAtTheFirstFailureWithItsExplanation)
     EXPECT_EQ(called.exitCode, 1);
     EXPECT_EQ(called.out, QByteArray("true\nfalse\n")) << "WebZtDecode is not called";
     // The host's own log line about the wrong PIN comes first, then the explained answer.
-    EXPECT_TEXT(called.errText().section(QLatin1Char('\n'), -2, -2),
+    EXPECT_TEXT(called.errText().section(QLatin1Char('\n'), -3, -3),
                 QStringLiteral("zthost: WebVerifyPin answered false: ") + ZtMessages::kWrongPin);
+    EXPECT_TEXT(called.errText().section(QLatin1Char('\n'), -2, -2),
+                QStringLiteral("zthost: diagnosis: wrong user PIN for key device \"alpha\": 5 tries left before it locks"));
     EXPECT_EQ(called.errText().count(QStringLiteral("answered")), 1);
     EXPECT_TEXT(triesLeft(), QStringLiteral("alpha   SOFTAPP      5 of 6"));
 }
@@ -123,8 +125,10 @@ TEST_F(CliSession, callDoubleAtIsALiteralAtNotAFile)
     const CliRun called = run({"call", "WebVerifyPin", "@@envelope.b64"});
     EXPECT_EQ(called.exitCode, 1);
     EXPECT_EQ(called.out, QByteArray("false\n"));
-    EXPECT_TEXT(called.errText().section(QLatin1Char('\n'), -2, -2),
+    EXPECT_TEXT(called.errText().section(QLatin1Char('\n'), -3, -3),
                 QStringLiteral("zthost: WebVerifyPin answered false: ") + ZtMessages::kWrongPin);
+    EXPECT_TEXT(called.errText().section(QLatin1Char('\n'), -2, -2),
+                QStringLiteral("zthost: diagnosis: wrong user PIN for key device \"alpha\": 5 tries left before it locks"));
 }
 
 TEST_F(CliSession, shellRunsAScriptOfCallsFromItsInput)
@@ -136,7 +140,7 @@ TEST_F(CliSession, shellRunsAScriptOfCallsFromItsInput)
                                                        "WebGetLastErrorMsg\n");
     EXPECT_EQ(shell.exitCode, 0) << shell.err.constData();
     EXPECT_EQ(shell.out, "true\ntrue\n" + decodedLine()) << "nothing after quit is called";
-    EXPECT_EQ(shell.err, QByteArray()) << "no prompt when the input is no terminal";
+    EXPECT_EQ(shell.err, usingDevice("alpha")) << "no prompt when the input is no terminal";
 }
 
 TEST_F(CliSession, shellGoesOnAfterAFailureAndExitsOne)
@@ -148,9 +152,11 @@ TEST_F(CliSession, shellGoesOnAfterAFailureAndExitsOne)
     EXPECT_EQ(shell.exitCode, 1);
     EXPECT_EQ(shell.out, QByteArray("false\ntrue\n"));
     const QStringList errors = shell.errText().split(QLatin1Char('\n'));
-    EXPECT_TEXT(errors.value(1),
-                QStringLiteral("zthost: WebVerifyPin answered false: ") + ZtMessages::kWrongPin);
+    EXPECT_TEXT(errors.value(0), QString::fromUtf8(usingDevice("alpha")).trimmed());
     EXPECT_TEXT(errors.value(2),
+                QStringLiteral("zthost: WebVerifyPin answered false: ") + ZtMessages::kWrongPin);
+    EXPECT_TEXT(errors.value(3), QStringLiteral("zthost: diagnosis: wrong user PIN for key device \"alpha\": 5 tries left before it locks"));
+    EXPECT_TEXT(errors.value(4),
                 QStringLiteral("zthost: no method \"WebNoSuchMethod\"; the scriptable object has:"));
     EXPECT_FALSE(shell.errText().contains(QLatin1String(kWrongPin)));
     EXPECT_FALSE(shell.outText().contains(QLatin1String(kUserPin)));

@@ -155,7 +155,7 @@ TEST_F(CliTerminal, shellAsksForTheOmittedPinWithoutEchoingIt)
                                              {"User PIN: ", kUserPin},
                                              {"zthost> ", "quit"}});
     EXPECT_EQ(shell.exitCode, 0) << shell.screen;
-    EXPECT_NE(shell.screen.find("User PIN: \r\ntrue\r\nzthost> "), std::string::npos) << shell.screen;
+    EXPECT_NE(shell.screen.find("User PIN: \r\nzthost: using key device \"alpha\"\r\ntrue\r\nzthost> "), std::string::npos) << shell.screen;
     EXPECT_EQ(shell.screen.find(kUserPin), std::string::npos) << "the PIN was echoed";
 }
 
