@@ -5,9 +5,10 @@
 //            [--zt-probes=0] [Google Benchmark flags]
 //
 // Hidden: --zt-child=peak:SIZE | growth:CALLS | start:ROUNDS | road:SIZE runs one probe and
-// prints its JSON.
+// prints its JSON; --zt-measure-exec runs one program and reports its peak (measured_exec.h).
 
 #include "decrypt_road.h"
+#include "measured_exec.h"
 #include "memory_probes.h"
 #include "report.h"
 
@@ -26,6 +27,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 void registerDispatchBenchmarks(int repetitions);
@@ -191,6 +193,8 @@ Row ratioRow(const CollectingReporter &r, const QString &title, const std::strin
 
 int main(int argc, char **argv)
 {
+    if (argc > 1 && std::strcmp(argv[1], kMeasureExecFlag) == 0)
+        return measuredExecMain(argc, argv);
     QCoreApplication app(argc, argv);
     // As a real host runs: Qt's default debug channel off, so the library skips its dumps.
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));

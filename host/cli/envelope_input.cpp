@@ -2,13 +2,13 @@
 #include "envelope_input.h"
 
 #include "envelope_limits.h"
+#include "text_pages.h"
 
 #include <QFile>
 #include <QFileInfo>
 
 #include <openssl/asn1.h>
 
-#include <sys/mman.h>
 
 #include <cstring>
 
@@ -85,19 +85,6 @@ void widen(const QByteArray &bytes, QString *text, qint64 at)
     std::memcpy(text->data() + at, wide.constData(), size_t(wide.size()) * sizeof(QChar));
 }
 
-// Asks for transparent huge pages under a large text: it is written once from end to end, and
-// 2 MiB pages take it in with 512 times fewer page faults, which cost more than the copying on
-// a virtual machine. Only advice: the kernel may ignore it.
-void adviseHugePages(QString *text)
-{
-    constexpr quintptr kHugePage = 2 << 20;
-    const auto start = reinterpret_cast<quintptr>(text->data());
-    const quintptr end = start + quintptr(text->size()) * sizeof(QChar);
-    const quintptr first = (start + kHugePage - 1) & ~(kHugePage - 1);
-    const quintptr last = end & ~(kHugePage - 1);
-    if (last > first)
-        ::madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
-}
 bool withinLimit(const EnvelopeFile &file, QString *error)
 {
     if (file.characters <= maxEnvelopeBase64Characters())
@@ -193,7 +180,7 @@ bool readEnvelopeText(const EnvelopeFile &file, QString *text, QString *error, P
     }
     const qint64 toRead = file.der ? file.fileSize : file.characters;
     QString base64(int(file.characters), Qt::Uninitialized);
-    adviseHugePages(&base64);
+    adviseHugePages(base64);
     progress.begin(QStringLiteral("reading %1").arg(file.path), toRead);
     qint64 done = 0;
     qint64 written = 0;

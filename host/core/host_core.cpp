@@ -42,6 +42,8 @@ HostCore::Registration *HostCore::find(const QString &progId, const QString &cla
 
 QObject *HostCore::createComponentObject(QString progId, QString classId)
 {
+    if (m_requestWatcher)
+        m_requestWatcher(progId);
     Registration *registration = find(progId, classId);
     if (!registration) {
         m_log.warning(QStringLiteral("no component for ProgID \"%1\" or class identifier \"%2\"")

@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <functional>
+#include <utility>
 #include <memory>
 #include <vector>
 
@@ -54,6 +55,11 @@ public:
     // Per-operation components handed out since the core was made.
     int perOperationComponentsMade() const;
 
+    // Called with the ProgID of every component request, before it is answered; empty to stop.
+    // A host uses it to learn how far the plug-in has come inside one of its calls.
+    using RequestWatcher = std::function<void(const QString &progId)>;
+    void setRequestWatcher(RequestWatcher watcher) { m_requestWatcher = std::move(watcher); }
+
 private:
     struct Registration
     {
@@ -68,6 +74,7 @@ private:
 
     HostLog m_log;
     std::vector<Registration> m_registrations;
+    RequestWatcher m_requestWatcher;
     // Shared components in the order they were made; deleted in reverse, before the log.
     std::vector<QObject *> m_sharedInOrder;
     // Parent of every per-operation component until it is deleted; counts what is outstanding.

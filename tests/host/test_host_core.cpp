@@ -215,6 +215,26 @@ TEST_F(HostCoreTest, failingFactoryAnswersNullAndSaysSo)
         << logText().toStdString();
 }
 
+TEST_F(HostCoreTest, requestWatcherSeesEveryProgIdBeforeTheAnswerUntilCleared)
+{
+    QStringList seen;
+    int outstandingWhenSeen = -1;
+    core.setRequestWatcher([&](const QString &progId) {
+        seen << progId;
+        outstandingWhenSeen = core.outstandingPerOperationComponents();
+    });
+    ASSERT_NE(create(ZtComponentIds::kAsnProgId), nullptr);
+    EXPECT_EQ(outstandingWhenSeen, 0) << "the watcher ran after the document was made";
+    EXPECT_EQ(create("TEST.Unknown.1"), nullptr);
+    EXPECT_NE(create("", ZtComponentIds::kSignatureManagerClassId), nullptr);
+    EXPECT_EQ(seen, (QStringList{QLatin1String(ZtComponentIds::kAsnProgId),
+                                 QStringLiteral("TEST.Unknown.1"), QString()}));
+
+    core.setRequestWatcher(nullptr);
+    ASSERT_NE(create(ZtComponentIds::kAsnProgId), nullptr);
+    EXPECT_EQ(seen.size(), 3);
+}
+
 TEST_F(HostCoreTest, logMethodsReachTheHostLogByName)
 {
     core.log().setThreshold(LogLevel::Debug);
