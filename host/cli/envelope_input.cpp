@@ -117,8 +117,21 @@ bool inspectEnvelopeFile(const QString &path, EnvelopeFile *file, QString *error
         return false;
     }
     if (standardInput || in.isSequential()) {
-        // One character more than the limit is enough to refuse it.
-        file->bytes = in.read(maxEnvelopeBase64Characters() + 1);
+        // Read to the end in pieces: a pipe answers what it holds at the moment, and asking for
+        // the whole limit at once would reserve that much. One character more than the limit
+        // is enough to refuse it.
+        constexpr qint64 kPiece = qint64(1) << 20;
+        const qint64 enough = maxEnvelopeBase64Characters() + 1;
+        while (file->bytes.size() < enough) {
+            const QByteArray piece = in.read(qMin(kPiece, enough - file->bytes.size()));
+            if (piece.isEmpty())
+                break;
+            file->bytes += piece;
+        }
+        if (in.error() != QFileDevice::NoError) {
+            *error = readFailure(path, in);
+            return false;
+        }
         file->readAlready = true;
         file->fileSize = file->bytes.size();
         file->der = isOneDerSequence(file->bytes.left(int(kHeaderBytes)), file->fileSize);
