@@ -16,6 +16,9 @@ namespace zt_test {
 // UTF-8, whatever the host or the environment says.
 constexpr bool kLocaleCodecIsSettable = QT_VERSION < QT_VERSION_CHECK(6, 0, 0);
 
+// Qt 5's containers count in int, so one array block stops at 2 GiB; Qt 6 counts in 64 bits.
+constexpr bool kQtSizesAreInt = sizeof(QByteArray().size()) == sizeof(int);
+
 // Makes the named codec the locale codec for its lifetime and puts the earlier one back after.
 // installed() is false when there is no such codec, and always on Qt 6.
 class LocaleCodecOverride
