@@ -56,8 +56,9 @@ test-valgrind: build
 # The whole suite again on Qt 6 (-DZT_QT_MAJOR=6), in a tree of its own. Two choices keep CI
 # inside its hour, neither of which changes what the suite asserts: the browser test is left to
 # `make test` (it drives Chromium against the page; the bridge it talks to has its own tests
-# here), and the tree is built without debug information (-O2 -DNDEBUG as the plain build, without -g), which
-# cuts its compile and link time by about a third (see "Qt 5 and Qt 6" in the README).
+# here), and the tree is built without debug information (-O2 -DNDEBUG as the plain build,
+# without -g), which takes a quarter off its compile time (10 sample files, cold: 54.7 s of CPU
+# with -g, 41.7 s without).
 QT6_BUILD_DIR ?= $(BUILD_DIR)/qt6
 QT6_CMAKE_ARGS ?= "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG"
 
