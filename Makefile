@@ -72,7 +72,7 @@ test-qt6: build-qt6
 
 # Optional and in no other target: one envelope of LARGE_ENVELOPE_MIB (default 1.5 GiB, more
 # than Qt 5 can hold) sealed and opened by the Qt 6 build's zthost, with the decrypt's time and
-# peak memory. It needs some 16 GiB of memory and 7 GiB of disk (bench/large_envelope.sh).
+# peak memory. It needs some 14 GiB of memory and 7 GiB of disk (bench/large_envelope.sh).
 LARGE_ENVELOPE_MIB ?= 1536
 bench-large-envelope: build-qt6
 	@nice bench/large_envelope.sh $(QT6_BUILD_DIR)/host/cli/zthost $(LARGE_ENVELOPE_MIB)

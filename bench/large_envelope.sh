@@ -3,7 +3,8 @@
 # SIZE bytes of random content, a software key and its certificate, seals the content with
 # `zthost encrypt`, opens it with `zthost decrypt`, checks the bytes, and prints the decrypt's
 # wall time and peak resident memory (GNU time). Not part of `make bench` or any test: at the
-# default 1.5 GiB it needs about 7 GiB of free disk in TMPDIR, some 16 GiB of memory and minutes.
+# default 1.5 GiB it needs about 7 GiB of free disk in TMPDIR, some 14 GiB of memory and
+# minutes.
 #
 #   bench/large_envelope.sh ZTHOST [SIZE_MIB]      (SIZE_MIB default 1536: 1.5 GiB)
 #
