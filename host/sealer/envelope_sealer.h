@@ -19,8 +19,12 @@
 namespace zthost {
 
 inline constexpr int kSealerSessionKeySize = 16;
-// Content beyond this is refused rather than risk an envelope longer than a QByteArray holds.
-inline constexpr int kSealerMaxContentSize = 1 << 30;
+// Content beyond this is refused rather than risk an envelope longer than a QByteArray holds:
+// 1 GiB where Qt's sizes are int (Qt 5: 2 GiB at most a container, and the Base64 text of the
+// envelope is a third longer); with Qt 6's 64-bit sizes, 2 GiB less 1 MiB, so that the whole
+// envelope stays within the int lengths of OpenSSL's encoders and ciphers.
+inline constexpr qint64 kSealerMaxContentSize =
+    sizeof(QByteArray().size()) == sizeof(int) ? qint64(1) << 30 : (qint64(1) << 31) - (1 << 20);
 
 // The session key is drawn at random. `content` holds at least one byte: the key device
 // refuses to decrypt to nothing.

@@ -120,7 +120,7 @@ bool checkSizes(const Ciphertext &ciphertext, QString *error)
     struct Field
     {
         const char *name;
-        int size;
+        qsizetype size; // Qt's size type on Qt 6; on Qt 5 it holds the int unchanged
         int expected;
     };
     const Field fields[] = {

@@ -100,7 +100,7 @@ Answer HostSession::call(const QString &method, const QVariantList &arguments)
         return answer;
     }
     if (isFailureAnswer(answer.value)) {
-        const QString shown = answer.value.type() == QVariant::String
+        const QString shown = answer.value.userType() == QMetaType::QString
                                   ? QStringLiteral("\"false\"")
                                   : QStringLiteral("false");
         answer.failure =

@@ -1,5 +1,7 @@
 #include "scriptable_method.h"
 
+#include "core/qt_compat.h"
+
 #include <QMetaObject>
 #include <QMetaType>
 
@@ -150,7 +152,7 @@ bool invoke(QObject *object, const QMetaMethod &method, const QVariantList &argu
     // the method raw pointers to the values.
     QVariantList values = arguments;
     for (int i = 0; i < values.size(); ++i) {
-        if (!values[i].convert(method.parameterType(i))) {
+        if (!convertToType(values[i], method.parameterType(i))) {
             *error = QStringLiteral("argument %1 of %2 cannot be made a %3")
                          .arg(i + 1)
                          .arg(QString::fromLatin1(method.name()),
@@ -166,7 +168,7 @@ bool invoke(QObject *object, const QMetaMethod &method, const QVariantList &argu
     QVariant result;
     QGenericReturnArgument returned;
     if (returnType != QMetaType::Void) {
-        result = QVariant(QVariant::Type(returnType));
+        result = defaultValueOfType(returnType);
         returned = QGenericReturnArgument(method.typeName(), result.data());
     }
     const bool called =
@@ -185,16 +187,16 @@ QString answerText(const QVariant &answer)
 {
     if (!answer.isValid())
         return QString();
-    if (answer.type() == QVariant::Bool)
+    if (answer.userType() == QMetaType::Bool)
         return answer.toBool() ? QStringLiteral("true") : QStringLiteral("false");
     return answer.toString();
 }
 
 bool isFailureAnswer(const QVariant &answer)
 {
-    if (answer.type() == QVariant::Bool)
+    if (answer.userType() == QMetaType::Bool)
         return !answer.toBool();
-    if (answer.type() == QVariant::String)
+    if (answer.userType() == QMetaType::QString)
         return answer.toString() == QLatin1String("false");
     return false;
 }

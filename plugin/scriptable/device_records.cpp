@@ -1,15 +1,17 @@
 #include "device_records.h"
 
 #include "envelope_structure.h"
+#include "qt_compat.h"
 
 #include <algorithm>
 
 namespace ZtDeviceRecords {
 namespace {
 // Copies up to `length` bytes of `from` starting at `fromOffset`, as many as it has.
-void copyRun(const QByteArray &from, int fromOffset, int length, QByteArray &to, int toOffset)
+void copyRun(const QByteArray &from, ZtQtSize fromOffset, ZtQtSize length, QByteArray &to,
+             ZtQtSize toOffset)
 {
-    const int available = std::max(0, std::min(length, from.size() - fromOffset));
+    const ZtQtSize available = std::max(ZtQtSize(0), std::min(length, from.size() - fromOffset));
     std::copy_n(from.constData() + std::min(fromOffset, from.size()), available,
                 to.data() + toOffset);
 }

@@ -12,9 +12,21 @@
 #              --version names the unpacked files; the manual page and the bash completion work
 #   consumer   CONSUMER_SOURCE CMAKE GENERATOR MAKE CXX: a host project configured with find_package(ZtCryptographic) against the unpacked
 #              development package builds and runs
+#
+# Environment: ZT_QT_MAJOR, the Qt of the build tree (5 unless set). The Qt 6 packages carry a
+# -qt6 suffix and hold their whole tree under /usr/lib/zt-qt6 (cmake/ZtPackaging.cmake).
 set -euo pipefail
 
 check=$1 package_dir=$2 build_dir=$3
+if [ "${ZT_QT_MAJOR:-5}" = 6 ]; then
+  suffix=-qt6 prefix=usr/lib/zt-qt6
+  qt_core=libqt6core6 qt_websockets=libqt6websockets6 qt_dev=qt6-base-dev
+else
+  suffix= prefix=usr
+  qt_core=libqt5core5a qt_websockets=libqt5websockets5 qt_dev=qtbase5-dev
+fi
+runtime_package=libztcryptographic1$suffix cli_package=zthost$suffix
+dev_package=libztcryptographic$suffix-dev
 # The unpacked root must lie outside the build tree for "never names the build tree" to mean
 # anything.
 temp=${TMPDIR:-/tmp}
@@ -71,7 +83,7 @@ zthost() {
   out=$(HOME=$work/home TMPDIR=$work/tmp XDG_CONFIG_HOME=$work/home/.config \
     XDG_DATA_HOME=$work/home/.local/share SOFTSKF_ROOT=$work/no-root \
     LD_DEBUG=files LD_DEBUG_OUTPUT="$work/ld/zthost" \
-    "$root/usr/bin/zthost" "$@" 2>&1) || status=$?
+    "$root/$prefix/bin/zthost" "$@" 2>&1) || status=$?
   [ $status -eq 0 ] || fail "zthost $* exited $status:
 $out"
   case "$out" in
@@ -102,42 +114,42 @@ build)
   ;;
 
 contents)
-  version=$(dpkg-deb -f "$(package libztcryptographic1)" Version)
-  expect_files libztcryptographic1 "usr/lib/libZtCryptographic.so.1
-usr/lib/libZtCryptographic.so.1.0.0"
-  expect_files zthost "usr/bin/zthost
-usr/lib/libztsoftskf.so
-usr/lib/systemd/user/zthost-bridge.service
-usr/share/bash-completion/completions/zthost
-usr/share/man/man1/zthost.1.gz
-usr/share/zthost/web/favicon.svg
-usr/share/zthost/web/index.html
-usr/share/zthost/web/page.js
-usr/share/zthost/web/style.css
-usr/share/zthost/web/zt-key.d.ts
-usr/share/zthost/web/zt-key.js"
-  expect_files libztcryptographic-dev "usr/include/ZtCryptographic/entry_points.h
-usr/include/ZtCryptographic/zt_cryptographic.h
-usr/include/ZtCryptographic/zt_envelope_data.h
-usr/include/ZtCryptographic/zt_export.h
-usr/lib/cmake/ZtCryptographic/ZtCryptographicConfig.cmake
-usr/lib/cmake/ZtCryptographic/ZtCryptographicConfigVersion.cmake
-usr/lib/cmake/ZtCryptographic/ZtCryptographicTargets-CONFIG.cmake
-usr/lib/cmake/ZtCryptographic/ZtCryptographicTargets.cmake
-usr/lib/libZtCryptographic.so"
-  expect_depends libztcryptographic1 libqt5core5a
-  expect_depends zthost "libztcryptographic1 (= $version)"
-  expect_depends zthost libqt5websockets5
-  expect_depends zthost libssl3
-  expect_depends libztcryptographic-dev "libztcryptographic1 (= $version)"
-  expect_depends libztcryptographic-dev qtbase5-dev
-  for name in libztcryptographic1 zthost libztcryptographic-dev; do
+  version=$(dpkg-deb -f "$(package "$runtime_package")" Version)
+  expect_files "$runtime_package" "$prefix/lib/libZtCryptographic.so.1
+$prefix/lib/libZtCryptographic.so.1.0.0"
+  expect_files "$cli_package" "$prefix/bin/zthost
+$prefix/lib/libztsoftskf.so
+$prefix/lib/systemd/user/zthost-bridge.service
+$prefix/share/bash-completion/completions/zthost
+$prefix/share/man/man1/zthost.1.gz
+$prefix/share/zthost/web/favicon.svg
+$prefix/share/zthost/web/index.html
+$prefix/share/zthost/web/page.js
+$prefix/share/zthost/web/style.css
+$prefix/share/zthost/web/zt-key.d.ts
+$prefix/share/zthost/web/zt-key.js"
+  expect_files "$dev_package" "$prefix/include/ZtCryptographic/entry_points.h
+$prefix/include/ZtCryptographic/zt_cryptographic.h
+$prefix/include/ZtCryptographic/zt_envelope_data.h
+$prefix/include/ZtCryptographic/zt_export.h
+$prefix/lib/cmake/ZtCryptographic/ZtCryptographicConfig.cmake
+$prefix/lib/cmake/ZtCryptographic/ZtCryptographicConfigVersion.cmake
+$prefix/lib/cmake/ZtCryptographic/ZtCryptographicTargets-CONFIG.cmake
+$prefix/lib/cmake/ZtCryptographic/ZtCryptographicTargets.cmake
+$prefix/lib/libZtCryptographic.so"
+  expect_depends "$runtime_package" $qt_core
+  expect_depends "$cli_package" "$runtime_package (= $version)"
+  expect_depends "$cli_package" $qt_websockets
+  expect_depends "$cli_package" libssl3
+  expect_depends "$dev_package" "$runtime_package (= $version)"
+  expect_depends "$dev_package" $qt_dev
+  for name in "$runtime_package" "$cli_package" "$dev_package"; do
     [ -n "$(dpkg-deb -f "$(package "$name")" Maintainer)" ] || fail "$name names no maintainer"
     [ -n "$(dpkg-deb -f "$(package "$name")" Description)" ] || fail "$name has no description"
   done
   # The packaged binaries are stripped of the build's debug information.
-  unpack libztcryptographic1 zthost
-  for binary in usr/bin/zthost usr/lib/libztsoftskf.so usr/lib/libZtCryptographic.so.1.0.0; do
+  unpack "$runtime_package" "$cli_package"
+  for binary in $prefix/bin/zthost $prefix/lib/libztsoftskf.so $prefix/lib/libZtCryptographic.so.1.0.0; do
     if readelf -S "$root/$binary" | grep -q '\.debug_info'; then
       fail "$binary carries debug information"
     fi
@@ -146,22 +158,25 @@ usr/lib/libZtCryptographic.so"
   ;;
 
 zthost)
-  unpack libztcryptographic1 zthost
+  unpack "$runtime_package" "$cli_package"
   mkdir -p "$work/home" "$work/tmp" "$work/files"
   demo=$(zthost demo)
-  expect_line "$demo" "  plug-in       $root/usr/lib/libZtCryptographic.so.1"
-  expect_line "$demo" "  driver        $root/usr/lib/libztsoftskf.so"
+  expect_line "$demo" "  plug-in       $root/$prefix/lib/libZtCryptographic.so.1"
+  expect_line "$demo" "  driver        $root/$prefix/lib/libztsoftskf.so"
   grep -qE '^all 9 steps ok in [0-9]+\.[0-9] ms$' <<<"$demo" || fail "demo did not hold:
 $demo"
   [ -z "$(ls -A "$work/tmp")" ] || fail "demo left $(ls -A "$work/tmp") in its TMPDIR"
 
   # The user unit runs the service through the command on systemd's search path.
-  unit=$(cat "$root/usr/lib/systemd/user/zthost-bridge.service")
+  unit=$(cat "$root/$prefix/lib/systemd/user/zthost-bridge.service")
   expect_line "$unit" "ExecStart=zthost serve --service"
   expect_line "$unit" "WantedBy=default.target"
 
   help=$(zthost serve --help)
-  grep -qF "The page's folder (default: $root/usr/share/zthost/web)." <<<"$(tr '\n' ' ' <<<"$help" | tr -s ' ')" \
+  # The help wraps at 80 columns, inside the path when it is long (the Qt 6 layout's is), so
+  # both sides are compared without their spaces and line breaks.
+  grep -qF "$(tr -d ' \n' <<<"The page's folder (default: $root/$prefix/share/zthost/web).")" \
+    <<<"$(tr -d ' \n' <<<"$help")" \
     || fail "serve does not default to the unpacked page:
 $help"
 
@@ -176,14 +191,14 @@ $help"
   cmp "$files/report.txt" "$files/report.out" || fail "the round trip changed the text"
 
   versions=$(zthost --root "$keys" --version)
-  expect_line "$versions" "zthost $(dpkg-deb -f "$(package zthost)" Version)"
-  expect_line "$versions" "plug-in 1.0.0 (the file name of $root/usr/lib/libZtCryptographic.so.1.0.0)"
-  expect_line "$versions" "driver 1.0, firmware 1.0, manufacturer softskf (SKF_GetDevInfo of key device \"alice\" through $root/usr/lib/libztsoftskf.so)"
+  expect_line "$versions" "zthost $(dpkg-deb -f "$(package "$cli_package")" Version)"
+  expect_line "$versions" "plug-in 1.0.0 (the file name of $root/$prefix/lib/libZtCryptographic.so.1.0.0)"
+  expect_line "$versions" "driver 1.0, firmware 1.0, manufacturer softskf (SKF_GetDevInfo of key device \"alice\" through $root/$prefix/lib/libztsoftskf.so)"
 
   # The manual page: every command zthost lists has its section, defaults as installed.
   # Unpacked once: grep -q stops reading early, and zcat's broken pipe would fail the pipeline.
   page=$work/zthost.1
-  zcat "$root/usr/share/man/man1/zthost.1.gz" >"$page"
+  zcat "$root/$prefix/share/man/man1/zthost.1.gz" >"$page"
   for command in demo keygen devices cert encrypt decrypt passwd unblock doctor call shell serve \
     config origins; do
     grep -qxF ".SS zthost $command" "$page" || fail "the manual page has no section for $command"
@@ -200,12 +215,12 @@ $help"
     HOME=$work/home XDG_CONFIG_HOME=$work/home/.config SOFTSKF_ROOT=$keys bash -c '
       source "$1"; shift
       COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _zthost; printf "%s\n" "${COMPREPLY[*]}"' \
-      _ "$root/usr/share/bash-completion/completions/zthost" "$root/usr/bin/zthost" "$@"
+      _ "$root/$prefix/share/bash-completion/completions/zthost" "$root/$prefix/bin/zthost" "$@"
   }
   [ "$(complete_words de)" = "demo devices decrypt" ] || fail "completing de gave: $(complete_words de)"
   [ "$(complete_words cert --p)" = "--plugin --pem" ] || fail "completing cert --p gave: $(complete_words cert --p)"
   [ "$(complete_words cert --device "")" = "alice" ] || fail "completing --device gave: $(complete_words cert --device "")"
-  for library in usr/lib/libZtCryptographic.so.1 usr/lib/libztsoftskf.so; do
+  for library in $prefix/lib/libZtCryptographic.so.1 $prefix/lib/libztsoftskf.so; do
     grep -qF "file=$root/$library [0];  dynamically loaded by" "$work/loads" \
       || fail "the loader never opened $root/$library"
   done
@@ -214,13 +229,13 @@ $help"
 
 consumer)
   consumer_source=$4 cmake=$5 generator=$6 make_program=$7 cxx=$8
-  unpack libztcryptographic1 libztcryptographic-dev
+  unpack "$runtime_package" "$dev_package"
   "$cmake" -S "$consumer_source" -B "$work/consumer" -G "$generator" \
     -DCMAKE_MAKE_PROGRAM="$make_program" -DCMAKE_CXX_COMPILER="$cxx" \
-    -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_FIND_PACKAGE_NO_PACKAGE_REGISTRY=ON \
+    -DCMAKE_PREFIX_PATH="$root/$prefix" -DCMAKE_FIND_PACKAGE_NO_PACKAGE_REGISTRY=ON \
     >"$work/configure.log" 2>&1 || { cat "$work/configure.log" >&2; fail "the consumer does not configure"; }
   config_dir=$(sed -n 's/^ZtCryptographic_DIR:PATH=//p' "$work/consumer/CMakeCache.txt")
-  [ "$config_dir" = "$root/usr/lib/cmake/ZtCryptographic" ] \
+  [ "$config_dir" = "$root/$prefix/lib/cmake/ZtCryptographic" ] \
     || fail "find_package took $config_dir, not the unpacked package"
   "$cmake" --build "$work/consumer" >"$work/build.log" 2>&1 \
     || { cat "$work/build.log" >&2; fail "the consumer does not build"; }
