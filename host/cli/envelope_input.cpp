@@ -90,11 +90,12 @@ bool withinLimit(const EnvelopeFile &file, QString *error)
     if (file.characters <= maxEnvelopeBase64Characters())
         return true;
     *error = QStringLiteral("%1 is too large for the plug-in: %2 characters of Base64 text, over "
-                            "the %3 it can take under Qt 5 (an envelope of at most %4 bytes)")
+                            "the %3 it can take under Qt %5 (an envelope of at most %4 bytes)")
                  .arg(file.path)
                  .arg(file.characters)
                  .arg(maxEnvelopeBase64Characters())
-                 .arg(maxEnvelopeDerBytes());
+                 .arg(maxEnvelopeDerBytes())
+                 .arg(QT_VERSION_MAJOR);
     return false;
 }
 } // namespace

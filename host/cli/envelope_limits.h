@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QtGlobal>
 
 namespace zthost::cli {
@@ -16,10 +17,16 @@ namespace zthost::cli {
 // multiple of four characters: 715827872 at most, the Base64 of 536870904 bytes of DER.
 constexpr qint64 kQt5MaxEnvelopeBase64Characters = 715827874;
 
-// The bound for the Qt the command runs with (only Qt 5 so far).
+// Qt 6 counts in 64 bits, and the bound is then the host's: its ASN.1 component reads the DER
+// with OpenSSL, whose lengths are int. The largest DER in whole Base64 groups under INT_MAX is
+// 2147483646 bytes, whose Base64 is 2863311528 characters.
+constexpr qint64 kQt6MaxEnvelopeBase64Characters = 2863311528;
+
+// The bound for the Qt the command is built with.
 inline qint64 maxEnvelopeBase64Characters()
 {
-    return kQt5MaxEnvelopeBase64Characters;
+    return sizeof(QByteArray().size()) == sizeof(int) ? kQt5MaxEnvelopeBase64Characters
+                                                      : kQt6MaxEnvelopeBase64Characters;
 }
 
 // The largest envelope DER whose Base64 text fits in maxEnvelopeBase64Characters().
