@@ -44,9 +44,12 @@ ExitCode runDevices(const QStringList &arguments)
 
     QList<DeviceEntry> entries;
     QStringList problems;
+    QStringList notes;
     QString error;
-    if (!listDevices(host.skfDriverPath, &entries, &problems, &error))
+    if (!listDevices(host.skfDriverPath, host.driverProfile, &entries, &problems, &notes, &error))
         return failed(error);
+    for (const QString &note : qAsConst(notes))
+        printError(note);
 
     if (entries.isEmpty() && problems.isEmpty()) {
         printError(QStringLiteral("no key device: %1 lists none").arg(host.skfDriverPath));

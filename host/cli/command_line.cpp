@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include "console.h"
+#include "driver_profile_setting.h"
 #include "session/default_paths.h"
 
 
@@ -9,6 +10,7 @@ namespace zthost::cli {
 namespace {
 const QString kPlugin = QStringLiteral("plugin");
 const QString kSkf = QStringLiteral("skf");
+const QString kDriverProfile = QStringLiteral("driver-profile");
 const QString kRoot = QStringLiteral("root");
 const QString kHostLog = QStringLiteral("host-log");
 const QString kVerbose = QStringLiteral("v");
@@ -28,6 +30,13 @@ CommandLine::CommandLine(const QString &command, const QString &synopsis,
         {kSkf,
          QStringLiteral("The smart-key driver (default: %1).").arg(defaultSkfDriverPath()),
          QStringLiteral("PATH")});
+    m_parser.addOption(
+        {kDriverProfile,
+         QStringLiteral("The smart-key driver's type widths: auto (detected), standard (4-byte "
+                        "ULONG and BOOL) or wide (8-byte, as some vendors' headers declare them). "
+                        "Default: $ZTHOST_DRIVER_PROFILE, else host/driver-profile in the "
+                        "configuration file, else auto."),
+         QStringLiteral("PROFILE")});
     m_parser.addOption({kRoot,
                         QStringLiteral("The software device root (default: $SOFTSKF_ROOT, else "
                                        "~/.local/share/softskf)."),
@@ -59,6 +68,14 @@ CommandLine::Parse CommandLine::parse(const QStringList &arguments)
         printLine(helpText());
         return Parse::HelpShown;
     }
+    QString error;
+    const std::optional<DriverProfile> profile =
+        resolveDriverProfile(optionalValue(kDriverProfile), &error);
+    if (!profile) {
+        usageError(error);
+        return Parse::UsageError;
+    }
+    m_driverProfile = *profile;
     return Parse::Run;
 }
 
@@ -79,6 +96,7 @@ SessionOptions CommandLine::hostOptions() const
     SessionOptions options;
     options.pluginPath = m_parser.isSet(kPlugin) ? m_parser.value(kPlugin) : defaultPluginPath();
     options.skfDriverPath = m_parser.isSet(kSkf) ? m_parser.value(kSkf) : defaultSkfDriverPath();
+    options.driverProfile = m_driverProfile;
     options.softKeyRoot = m_parser.value(kRoot);
     options.hostLogPath = m_parser.value(kHostLog);
     options.verbosity = m_parser.isSet(kVerbose) ? Verbosity::Debug : Verbosity::Normal;

@@ -16,8 +16,8 @@ namespace zthost::cli {
 // line itself was wrong (unknown command or option, missing required option, unknown method).
 enum class ExitCode : int { Success = 0, Failure = 1, Usage = 2 };
 
-// The command line of one command: the options every command shares (--plugin, --skf, --root,
-// --host-log, -v, --help) plus its own.
+// The command line of one command: the options every command shares (--plugin, --skf,
+// --driver-profile, --root, --host-log, -v, --help) plus its own.
 class CommandLine
 {
 public:
@@ -30,7 +30,8 @@ public:
 
     enum class Parse { Run, HelpShown, UsageError };
     // `arguments` are those after the command name. --help prints the help on standard output;
-    // an unknown option or a missing value prints the reason and a hint on standard error.
+    // an unknown option or a missing value prints the reason and a hint on standard error, and
+    // so does a driver profile that is not one (driver_profile_setting.h).
     Parse parse(const QStringList &arguments);
 
     // The exit code for a Parse that is not Run.
@@ -57,6 +58,7 @@ private:
     QString m_description;
     QString m_notes;
     QCommandLineParser m_parser;
+    DriverProfile m_driverProfile = DriverProfile::Auto;
 };
 
 } // namespace zthost::cli

@@ -10,19 +10,22 @@ namespace zthost {
 
 namespace {
 
-std::unique_ptr<SkfDriver> loadOrLog(const QString &path, HostLog &log)
+std::unique_ptr<SkfDriver> loadOrLog(const QString &path, DriverProfile profile, HostLog &log)
 {
     QString error;
-    std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, &error);
+    std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, profile, &error);
     if (!driver)
         log.error(error);
+    else
+        log.debug(QStringLiteral("smart-key driver %1: %2").arg(path, driver->widthDescription()));
     return driver;
 }
 
 } // namespace
 
-KeyComponent::KeyComponent(const QString &driverPath, HostLog &log, QObject *parent)
-    : KeyComponent(loadOrLog(driverPath, log), log, parent)
+KeyComponent::KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
+                           QObject *parent)
+    : KeyComponent(loadOrLog(driverPath, profile, log), log, parent)
 {}
 
 KeyComponent::KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent)
@@ -44,7 +47,7 @@ QStringList KeyComponent::deviceNames()
     if (!m_driver)
         return names;
     const ULONG code = readNameList(
-        [this](LPSTR list, ULONG *size) { return m_driver->functions().EnumDev(TRUE, list, size); },
+        [this](LPSTR list, ULONG *size) { return m_driver->enumDev(true, list, size); },
         &names);
     if (code != SAR_OK) {
         m_log.error(skfFailureText("SKF_EnumDev", code));
@@ -69,7 +72,7 @@ QObject *KeyComponent::open(int index)
     const QString &name = names.at(index);
     QByteArray encodedName = name.toUtf8();
     DEVHANDLE device = nullptr;
-    ULONG code = m_driver->functions().ConnectDev(encodedName.data(), &device);
+    ULONG code = m_driver->connectDev(encodedName.data(), &device);
     if (code != SAR_OK || !device) {
         m_log.error(QStringLiteral("key device \"%1\": %2")
                         .arg(name, skfFailureText("SKF_ConnectDev", code)));
@@ -79,25 +82,25 @@ QObject *KeyComponent::open(int index)
     QStringList applications;
     code = readNameList(
         [this, device](LPSTR list, ULONG *size) {
-            return m_driver->functions().EnumApplication(device, list, size);
+            return m_driver->enumApplication(device, list, size);
         },
         &applications);
     if (code != SAR_OK || applications.isEmpty()) {
         m_log.error(QStringLiteral("key device \"%1\": %2")
                         .arg(name, code != SAR_OK ? skfFailureText("SKF_EnumApplication", code)
                                                   : QStringLiteral("holds no application")));
-        m_driver->functions().DisConnectDev(device);
+        m_driver->disconnectDev(device);
         return nullptr;
     }
 
     QByteArray encodedApplication = applications.first().toUtf8();
     HAPPLICATION application = nullptr;
-    code = m_driver->functions().OpenApplication(device, encodedApplication.data(), &application);
+    code = m_driver->openApplication(device, encodedApplication.data(), &application);
     if (code != SAR_OK || !application) {
         m_log.error(
             QStringLiteral("key device \"%1\": %2, application \"%3\"")
                 .arg(name, skfFailureText("SKF_OpenApplication", code), applications.first()));
-        m_driver->functions().DisConnectDev(device);
+        m_driver->disconnectDev(device);
         return nullptr;
     }
 

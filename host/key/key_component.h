@@ -1,5 +1,7 @@
 #pragma once
 
+#include "key/driver_profile.h"
+
 #include <QList>
 #include <QObject>
 #include <QPointer>
@@ -25,9 +27,11 @@ class KeyComponent : public QObject
     Q_OBJECT
 
 public:
-    // Loads the driver at `driverPath`. When that fails the component lists no device, and the
-    // reason goes to `log` once.
-    KeyComponent(const QString &driverPath, HostLog &log, QObject *parent = nullptr);
+    // Loads the driver at `driverPath` with `profile` for its type widths. When that fails the
+    // component lists no device, and the reason goes to `log` once; when it loads, the widths
+    // it was found or set to go to the log's debug lines.
+    KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
+                 QObject *parent = nullptr);
     // `driver` may be null: no device is listed.
     KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent = nullptr);
     ~KeyComponent() override;

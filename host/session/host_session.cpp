@@ -33,6 +33,7 @@ std::unique_ptr<HostSession> HostSession::start(const SessionOptions &options, Q
     StandardComponentOptions components;
     components.skfDriverPath =
         options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
+    components.driverProfile = options.driverProfile;
     registerStandardComponents(*session->m_core, components);
 
     // dlopen's own text for a missing file is terse; name the path and say it is not there.

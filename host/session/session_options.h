@@ -1,5 +1,7 @@
 #pragma once
 
+#include "key/driver_profile.h"
+
 #include <QString>
 
 namespace zthost {
@@ -14,6 +16,8 @@ struct SessionOptions
 {
     QString pluginPath;
     QString skfDriverPath;
+    // The widths of the driver's ULONG and BOOL (key/driver_profile.h); Auto detects them.
+    DriverProfile driverProfile = DriverProfile::Auto;
     // The software key device's root folder; empty: what its driver finds ($SOFTSKF_ROOT, else
     // its default). Only the software device reads it.
     QString softKeyRoot;

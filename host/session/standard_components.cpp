@@ -22,9 +22,10 @@ void registerStandardComponents(HostCore &core, const StandardComponentOptions &
     // host that never opens a key never touches a driver.
     const QString driverPath
         = options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
+    const DriverProfile profile = options.driverProfile;
     core.registerComponent(
         QLatin1String(kKeyProgId), QLatin1String(kKeyClassId), HostCore::Lifetime::Shared,
-        [host, driverPath] { return new KeyComponent(driverPath, host->log()); });
+        [host, driverPath, profile] { return new KeyComponent(driverPath, profile, host->log()); });
 
     core.registerComponent(QLatin1String(kCertificateProgId), QString(),
                            HostCore::Lifetime::PerOperation,

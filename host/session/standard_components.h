@@ -1,5 +1,7 @@
 #pragma once
 
+#include "key/driver_profile.h"
+
 #include <QString>
 
 namespace zthost {
@@ -10,6 +12,7 @@ struct StandardComponentOptions
 {
     // The smart-key driver the key component loads; empty for defaultSkfDriverPath().
     QString skfDriverPath;
+    DriverProfile driverProfile = DriverProfile::Auto;
 };
 
 // Registers the four components the plug-in asks for: the signature manager and the key
