@@ -36,7 +36,7 @@ CommandLine::CommandLine(const QString &command, const QString &synopsis,
                         "ULONG and BOOL) or wide (8-byte, as some vendors' headers declare them). "
                         "Default: $ZTHOST_DRIVER_PROFILE, else host/driver-profile in the "
                         "configuration file, else auto."),
-         QStringLiteral("PROFILE")});
+         QStringLiteral("NAME")});
     m_parser.addOption({kRoot,
                         QStringLiteral("The software device root (default: $SOFTSKF_ROOT, else "
                                        "~/.local/share/softskf)."),
