@@ -67,7 +67,10 @@ constexpr int ulongOffset(Ulong field, int ulongBytes)
     return kFirstUlongOffset + static_cast<int>(field) * ulongBytes;
 }
 inline constexpr int kReservedLength = 64;
-constexpr int reservedOffset(int ulongBytes) { return kFirstUlongOffset + kUlongCount * ulongBytes; }
+constexpr int reservedOffset(int ulongBytes)
+{
+    return kFirstUlongOffset + kUlongCount * ulongBytes;
+}
 // 294 or 326.
 constexpr int size(int ulongBytes) { return reservedOffset(ulongBytes) + kReservedLength; }
 // A buffer this large holds DEVINFO in either width.

@@ -23,7 +23,8 @@ QStringList driverProfileNames()
 
 std::optional<DriverProfile> parseDriverProfile(const QString &text)
 {
-    for (DriverProfile profile : {DriverProfile::Auto, DriverProfile::Standard, DriverProfile::Wide}) {
+    for (DriverProfile profile :
+         {DriverProfile::Auto, DriverProfile::Standard, DriverProfile::Wide}) {
         if (text == driverProfileName(profile))
             return profile;
     }

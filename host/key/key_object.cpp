@@ -91,7 +91,9 @@ QStringList KeyObject::enumContainer()
     if (!usable("enumContainer"))
         return names;
     const ULONG code = readNameList(
-        [this](LPSTR list, ULONG *size) { return m_driver.enumContainer(m_application, list, size); },
+        [this](LPSTR list, ULONG *size) {
+            return m_driver.enumContainer(m_application, list, size);
+        },
         &names);
     if (code != SAR_OK) {
         logFailure("SKF_EnumContainer", code);

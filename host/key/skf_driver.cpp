@@ -171,6 +171,13 @@ void SkfDriver::sawUlong(int writtenBytes)
                           .arg(driverProfileName(other));
 }
 
+ULONG SkfDriver::settle(const OutParameter &written, ULONG *value, ULONG code)
+{
+    sawUlong(written.writtenBytes());
+    *value = written.value32();
+    return code;
+}
+
 void SkfDriver::sawBool(int writtenBytes)
 {
     // Recorded for diagnostics only: no structure the host exchanges holds a BOOL, so its width
@@ -202,7 +209,9 @@ QString SkfDriver::widthDescription() const
     if (!m_widthConflict.isEmpty())
         return m_widthConflict;
     if (const int set = ulongBytesOf(m_profile))
-        return QStringLiteral("%1-byte ULONG (profile %2)").arg(set).arg(driverProfileName(m_profile));
+        return QStringLiteral("%1-byte ULONG (profile %2)")
+            .arg(set)
+            .arg(driverProfileName(m_profile));
     if (m_seenUlongBytes)
         return QStringLiteral("%1-byte ULONG (detected)").arg(m_seenUlongBytes);
     return QStringLiteral("ULONG width not detected yet");
@@ -214,11 +223,9 @@ QString SkfDriver::widthDescription() const
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::enumDev(bool presentOnly, LPSTR nameList, ULONG *size)
 {
     OutParameter written = sizeParameter(nameList, size);
-    const ULONG code = ZT_ENTRY(EnumDev, EnumDev)(presentOnly ? TRUE : FALSE, nameList,
-                                                  written.address());
-    sawUlong(written.writtenBytes());
-    *size = written.value32();
-    return code;
+    return settle(written, size,
+                  ZT_ENTRY(EnumDev, EnumDev)(presentOnly ? TRUE : FALSE, nameList,
+                                             written.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::connectDev(LPSTR name, DEVHANDLE *device)
@@ -250,10 +257,8 @@ ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::enumApplication(DEVHANDLE device, LPSTR 
                                                         ULONG *size)
 {
     OutParameter written = sizeParameter(nameList, size);
-    const ULONG code = ZT_ENTRY(EnumNames, EnumApplication)(device, nameList, written.address());
-    sawUlong(written.writtenBytes());
-    *size = written.value32();
-    return code;
+    return settle(written, size,
+                  ZT_ENTRY(EnumNames, EnumApplication)(device, nameList, written.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::openApplication(DEVHANDLE device, LPSTR name,
@@ -271,11 +276,9 @@ ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::verifyPin(HAPPLICATION application, ULON
                                                   LPSTR pin, ULONG *triesLeft)
 {
     OutParameter tries = OutParameter::output();
-    const ULONG code =
-        ZT_ENTRY(VerifyPIN, VerifyPIN)(application, abi::Ulong(pinType), pin, tries.address());
-    sawUlong(tries.writtenBytes());
-    *triesLeft = tries.value32();
-    return code;
+    return settle(tries, triesLeft,
+                  ZT_ENTRY(VerifyPIN, VerifyPIN)(application, abi::Ulong(pinType), pin,
+                                                 tries.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::changePin(HAPPLICATION application, ULONG pinType,
@@ -284,11 +287,9 @@ ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::changePin(HAPPLICATION application, ULON
     if (!has(SkfFunction::ChangePIN))
         return SAR_NOTSUPPORTYETERR;
     OutParameter tries = OutParameter::output();
-    const ULONG code = ZT_ENTRY(ChangePIN, ChangePIN)(application, abi::Ulong(pinType), oldPin,
-                                                      newPin, tries.address());
-    sawUlong(tries.writtenBytes());
-    *triesLeft = tries.value32();
-    return code;
+    return settle(tries, triesLeft,
+                  ZT_ENTRY(ChangePIN, ChangePIN)(application, abi::Ulong(pinType), oldPin, newPin,
+                                                 tries.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::unblockPin(HAPPLICATION application, LPSTR adminPin,
@@ -297,11 +298,9 @@ ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::unblockPin(HAPPLICATION application, LPS
     if (!has(SkfFunction::UnblockPIN))
         return SAR_NOTSUPPORTYETERR;
     OutParameter tries = OutParameter::output();
-    const ULONG code = ZT_ENTRY(UnblockPIN, UnblockPIN)(application, adminPin, newUserPin,
-                                                        tries.address());
-    sawUlong(tries.writtenBytes());
-    *triesLeft = tries.value32();
-    return code;
+    return settle(tries, triesLeft,
+                  ZT_ENTRY(UnblockPIN, UnblockPIN)(application, adminPin, newUserPin,
+                                                   tries.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::getPinInfo(HAPPLICATION application, ULONG pinType,
@@ -334,11 +333,8 @@ ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::enumContainer(HAPPLICATION application, 
                                                       ULONG *size)
 {
     OutParameter written = sizeParameter(nameList, size);
-    const ULONG code =
-        ZT_ENTRY(EnumNames, EnumContainer)(application, nameList, written.address());
-    sawUlong(written.writtenBytes());
-    *size = written.value32();
-    return code;
+    return settle(written, size,
+                  ZT_ENTRY(EnumNames, EnumContainer)(application, nameList, written.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::openContainer(HAPPLICATION application, LPSTR name,
@@ -355,21 +351,17 @@ ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::closeContainer(HCONTAINER container)
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::getContainerType(HCONTAINER container, ULONG *type)
 {
     OutParameter written = OutParameter::output();
-    const ULONG code = ZT_ENTRY(GetContainerType, GetContainerType)(container, written.address());
-    sawUlong(written.writtenBytes());
-    *type = written.value32();
-    return code;
+    return settle(written, type,
+                  ZT_ENTRY(GetContainerType, GetContainerType)(container, written.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::exportCertificate(HCONTAINER container, bool signing,
                                                           BYTE *certificate, ULONG *length)
 {
     OutParameter written = sizeParameter(certificate, length);
-    const ULONG code = ZT_ENTRY(ExportCertificate, ExportCertificate)(
-        container, signing ? TRUE : FALSE, certificate, written.address());
-    sawUlong(written.writtenBytes());
-    *length = written.value32();
-    return code;
+    return settle(written, length,
+                  ZT_ENTRY(ExportCertificate, ExportCertificate)(container, signing ? TRUE : FALSE,
+                                                                 certificate, written.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::importSessionKey(HCONTAINER container, ULONG algId,
@@ -412,11 +404,9 @@ ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::decrypt(HANDLE key, BYTE *ciphertext,
                                                 ULONG *plaintextLength)
 {
     OutParameter written = sizeParameter(plaintext, plaintextLength);
-    const ULONG code = ZT_ENTRY(Decrypt, Decrypt)(key, ciphertext, abi::Ulong(ciphertextLength),
-                                                  plaintext, written.address());
-    sawUlong(written.writtenBytes());
-    *plaintextLength = written.value32();
-    return code;
+    return settle(written, plaintextLength,
+                  ZT_ENTRY(Decrypt, Decrypt)(key, ciphertext, abi::Ulong(ciphertextLength),
+                                             plaintext, written.address()));
 }
 
 ZT_ACROSS_DRIVER_TYPES ULONG SkfDriver::closeHandle(HANDLE handle)

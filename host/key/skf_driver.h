@@ -12,6 +12,8 @@
 
 namespace zthost {
 
+class OutParameter;
+
 // The standard functions the host may call, by name. The first seventeen are required: a driver
 // without one of them does not load. The rest are optional, found when the driver has them.
 enum class SkfFunction {
@@ -145,6 +147,9 @@ private:
     // Learns the widths from what the driver wrote; a contradiction of the known width is kept.
     void sawUlong(int writtenBytes);
     void sawBool(int writtenBytes);
+    // After a call that wrote the ULONG `written`: learns its width, gives the caller its value
+    // in `value`, and answers `code`.
+    ULONG settle(const OutParameter &written, ULONG *value, ULONG code);
 
     QString m_path;
     void *m_handle = nullptr;

@@ -40,7 +40,8 @@ protected:
     CliRun zthost(const QStringList &arguments, QHash<QString, QString> environment = {})
     {
         if (!environment.contains(QStringLiteral("XDG_CONFIG_HOME")))
-            environment.insert(QStringLiteral("XDG_CONFIG_HOME"), workFile(QStringLiteral("config")));
+            environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
+                               workFile(QStringLiteral("config")));
         if (!environment.contains(QStringLiteral("ZTHOST_DRIVER_PROFILE")))
             environment.insert(QStringLiteral("ZTHOST_DRIVER_PROFILE"), QString());
         return run(arguments, environment);
@@ -78,7 +79,8 @@ TEST_F(CliVendorDrivers, keygenCertEncryptDecryptRoundTripThroughAWideDriver)
     const CliRun made = zthost({"keygen", "--name", "alpha", "--pin", kUserPin, "--admin-pin",
                                 kAdminPin, "--skf", kWide});
     ASSERT_EQ(made.exitCode, 0) << made.err.constData();
-    const CliRun cert = zthost({"cert", "--skf", kWide, "--out", workFile(QStringLiteral("alpha.cert"))});
+    const CliRun cert =
+        zthost({"cert", "--skf", kWide, "--out", workFile(QStringLiteral("alpha.cert"))});
     ASSERT_EQ(cert.exitCode, 0) << cert.err.constData();
     EXPECT_EQ(readWorkFile(QStringLiteral("alpha.cert")),
               storedCertificate(QStringLiteral("alpha")).toBase64() + '\n');
@@ -126,7 +128,8 @@ TEST_F(CliVendorDrivers, aWrongPinCountsDownThroughAWideDriverAndDevicesShowsIt)
 TEST_F(CliVendorDrivers, passwdAndUnblockWorkThroughAWideDriver)
 {
     makeDeviceAndEnvelope();
-    const CliRun wrong = zthost({"passwd", "--skf", kWide, "--pin", kWrongPin, "--new-pin", kNewPin});
+    const CliRun wrong =
+        zthost({"passwd", "--skf", kWide, "--pin", kWrongPin, "--new-pin", kNewPin});
     EXPECT_EQ(wrong.exitCode, 1);
     EXPECT_EQ(wrong.errText(),
               QStringLiteral("zthost: key device \"alpha\": SKF_ChangePIN failed: 0x0A000024 "

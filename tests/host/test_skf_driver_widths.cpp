@@ -108,7 +108,8 @@ TEST(DriverLayouts, theStandardOffsetsAreThoseOfTheStandardHeader)
     EXPECT_EQ(int(offsetof(BLOCKCIPHERPARAM, PaddingType)), BlockCipherParam::paddingTypeOffset(4));
     EXPECT_EQ(int(offsetof(BLOCKCIPHERPARAM, FeedBitLen)), BlockCipherParam::feedBitLenOffset(4));
     EXPECT_EQ(int(sizeof(BLOCKCIPHERPARAM)), BlockCipherParam::size(4));
-    EXPECT_EQ(int(offsetof(DEVINFO, AlgSymCap)), DevInfo::ulongOffset(DevInfo::Ulong::AlgSymCap, 4));
+    EXPECT_EQ(int(offsetof(DEVINFO, AlgSymCap)),
+              DevInfo::ulongOffset(DevInfo::Ulong::AlgSymCap, 4));
     EXPECT_EQ(int(offsetof(DEVINFO, MaxBufferSize)),
               DevInfo::ulongOffset(DevInfo::Ulong::MaxBufferSize, 4));
     EXPECT_EQ(int(offsetof(DEVINFO, Reserved)), DevInfo::reservedOffset(4));
@@ -143,7 +144,8 @@ TEST(DriverStructures, aCipherBlobShorterThanItsHeaderCannotBeWidened)
 {
     QString error;
     EXPECT_FALSE(eccCipherBlobForDriver(QByteArray(163, '\0'), 8, &error).has_value());
-    EXPECT_EQ(error, QStringLiteral("ECC cipher blob is 163 bytes, shorter than its 164-byte header"));
+    EXPECT_EQ(error,
+              QStringLiteral("ECC cipher blob is 163 bytes, shorter than its 164-byte header"));
     // The bare header is a blob with no cipher bytes: the driver refuses it, not the host.
     EXPECT_EQ(eccCipherBlobForDriver(QByteArray(164, '\0'), 8, nullptr)->size(), 168);
 }

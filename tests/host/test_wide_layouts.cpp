@@ -48,7 +48,8 @@ TEST(WideDriverLayout, devInfoOffsetsAreTheCompilers)
     EXPECT_EQ(int(offsetof(DEVINFO, DevAuthAlgId)), DevInfo::ulongOffset(U::DevAuthAlgId, 8));
     EXPECT_EQ(int(offsetof(DEVINFO, TotalSpace)), DevInfo::ulongOffset(U::TotalSpace, 8));
     EXPECT_EQ(int(offsetof(DEVINFO, FreeSpace)), DevInfo::ulongOffset(U::FreeSpace, 8));
-    EXPECT_EQ(int(offsetof(DEVINFO, MaxECCBufferSize)), DevInfo::ulongOffset(U::MaxEccBufferSize, 8));
+    EXPECT_EQ(int(offsetof(DEVINFO, MaxECCBufferSize)),
+              DevInfo::ulongOffset(U::MaxEccBufferSize, 8));
     EXPECT_EQ(int(offsetof(DEVINFO, MaxBufferSize)), DevInfo::ulongOffset(U::MaxBufferSize, 8));
     EXPECT_EQ(int(offsetof(DEVINFO, Reserved)), DevInfo::reservedOffset(8));
     EXPECT_EQ(int(sizeof(DEVINFO)), DevInfo::size(8));
