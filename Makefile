@@ -64,7 +64,7 @@ BENCH_BUILD_DIR ?= $(BUILD_DIR)/bench-release
 bench: bootstrap
 	@cmake -S . -B $(BENCH_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release \
 		-DZT_BUILD_BENCHMARKS=ON -DBUILD_TESTING=OFF >/dev/null
-	@cmake --build $(BENCH_BUILD_DIR) --parallel $(JOBS) --target zt_bench ZtCryptographic ztsoftskf
+	@cmake --build $(BENCH_BUILD_DIR) --parallel $(JOBS) --target zt_bench ZtCryptographic ztsoftskf zthost_cli
 	@$(BENCH_BUILD_DIR)/bench/zt_bench --zt-json=$(BUILD_DIR)/bench/results.json
 
 clean:

@@ -37,6 +37,11 @@ QByteArray patternedContent(int size)
     return content;
 }
 
+QString DecodeWorld::userPin()
+{
+    return QString::fromLatin1(kUserPin);
+}
+
 DecodeWorld &DecodeWorld::instance()
 {
     static DecodeWorld world;

@@ -30,6 +30,9 @@ public:
     QString envelopeText(const QByteArray &content) const;
 
     EVP_PKEY *privateKey() const { return m_privateKey.get(); }
+    // The device's root and user PIN, for a zthost process to open the same key.
+    QString rootPath() const { return m_root.path(); }
+    static QString userPin();
     zthost::HostCore &core() { return m_session->core(); }
 
 private:

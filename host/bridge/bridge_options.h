@@ -5,13 +5,29 @@
 
 namespace zthost::bridge {
 
+// Who the bridge lets in (docs/BRIDGE_PROTOCOL.md).
+enum class BridgeMode {
+    // The built-in page: a random token in the printed address, the bridge's own origin.
+    Token,
+    // `zthost serve --service`: pages of approved origins, no token, no page of its own.
+    Service,
+};
+
+// The service's port when neither --port nor the configuration file names one. Pages of
+// approved sites find the service here (docs/BRIDGE_PROTOCOL.md).
+constexpr quint16 kDefaultServicePort = 19731;
+
 // What `zthost serve` lets a user choose. The bridge listens on 127.0.0.1 only; no option
 // changes that.
 struct BridgeOptions
 {
+    BridgeMode mode = BridgeMode::Token;
     // 0: any free port, chosen by the system.
     quint16 port = 0;
-    // Origins allowed to open the WebSocket besides the bridge's own http://127.0.0.1:PORT,
+    // Service mode: the origins whose pages may connect, each as ApprovedOrigin::parse reads
+    // it; compared exactly after normalisation.
+    QStringList approvedOrigins;
+    // Token mode: origins allowed to open the WebSocket besides the bridge's own http://127.0.0.1:PORT,
     // e.g. "http://localhost:8080". Compared after normalisation (see OriginAllowList).
     QStringList extraOrigins;
     // Connections open at once; one more is refused before its handshake.

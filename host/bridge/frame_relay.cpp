@@ -13,9 +13,10 @@ namespace zthost::bridge {
 
 namespace {
 
-// The server's close frame with 1002 (protocol error): FIN and opcode 8, a payload of the two
-// bytes of the code, not masked as a server's frames never are.
-constexpr char kProtocolErrorClose[] = {char(0x88), 0x02, 0x03, char(0xea)};
+// The longest payload of a control frame, of which the code takes 2 bytes.
+constexpr int kMaxCloseReasonBytes = 123;
+constexpr quint16 kProtocolErrorCode = 1002;
+constexpr quint16 kTooMuchDataCode = 1009;
 constexpr const char *kUpgradedStatusLine = "HTTP/1.1 101 ";
 
 bool isOpen(const QTcpSocket *socket)
@@ -25,8 +26,22 @@ bool isOpen(const QTcpSocket *socket)
 
 } // namespace
 
-QTcpSocket *FrameRelay::start(QTcpSocket *client, qint64 headBytes, Note note, QObject *parent,
-                              QObject *serverEndParent, QString *error)
+QByteArray FrameRelay::closeFrame(quint16 code, const QByteArray &reason)
+{
+    // FIN and opcode 8, the payload's length, then the code (big-endian) and the reason.
+    const QByteArray text = reason.left(kMaxCloseReasonBytes);
+    QByteArray frame;
+    frame += char(0x88);
+    frame += char(2 + text.size());
+    frame += char(code >> 8);
+    frame += char(code & 0xff);
+    frame += text;
+    return frame;
+}
+
+QTcpSocket *FrameRelay::start(QTcpSocket *client, qint64 headBytes, qint64 maxMessageBytes,
+                              Note note, QObject *parent, QObject *serverEndParent,
+                              QString *error)
 {
     // A pair of connected sockets inside the process: Qt's WebSocket server reads one end as
     // it would read the client.
@@ -53,12 +68,18 @@ QTcpSocket *FrameRelay::start(QTcpSocket *client, qint64 headBytes, Note note, Q
     }
     // The head the front door judged goes first, as the client sent it.
     inner->write(client->read(headBytes));
-    new FrameRelay(client, inner, std::move(note), parent);
+    new FrameRelay(client, inner, maxMessageBytes, std::move(note), parent);
     return serverEnd;
 }
 
-FrameRelay::FrameRelay(QTcpSocket *client, QTcpSocket *inner, Note note, QObject *parent)
-    : QObject(parent), m_client(client), m_inner(inner), m_note(std::move(note))
+FrameRelay::FrameRelay(QTcpSocket *client, QTcpSocket *inner, qint64 maxMessageBytes, Note note,
+                       QObject *parent)
+    : QObject(parent),
+      m_client(client),
+      m_inner(inner),
+      m_note(std::move(note)),
+      m_maxMessageBytes(maxMessageBytes),
+      m_clientFrames(true, quint64(qMax<qint64>(0, maxMessageBytes)))
 {
     m_client->setParent(this);
     m_inner->setParent(this);
@@ -147,9 +168,18 @@ qint64 FrameRelay::followServer(const QByteArray &chunk)
 void FrameRelay::refuse()
 {
     m_refused = true;
-    m_note(m_clientFrames.fault() == FrameTracker::Fault::Unmasked
-               ? QStringLiteral("closed a WebSocket that sent an unmasked frame (1002)")
-               : QStringLiteral("closed a WebSocket that sent a frame longer than 2^63 bytes (1002)"));
+    switch (m_clientFrames.fault()) {
+    case FrameTracker::Fault::MessageTooLarge:
+        m_note(QStringLiteral("closed a WebSocket that sent a message over the limit of %1 bytes (1009)")
+                   .arg(m_maxMessageBytes));
+        break;
+    case FrameTracker::Fault::Unmasked:
+        m_note(QStringLiteral("closed a WebSocket that sent an unmasked frame (1002)"));
+        break;
+    default:
+        m_note(QStringLiteral("closed a WebSocket that sent a frame longer than 2^63 bytes (1002)"));
+        break;
+    }
     m_closeTimeout.start(kCloseTimeoutMs);
     fromServer();
 }
@@ -166,8 +196,14 @@ void FrameRelay::finishRefusal()
     disconnect(m_inner, nullptr, this, nullptr);
     // The WebSocket server sees its client go.
     m_inner->abort();
-    if (m_upgraded && !midServerFrame && isOpen(m_client))
-        m_client->write(kProtocolErrorClose, sizeof kProtocolErrorClose);
+    if (m_upgraded && !midServerFrame && isOpen(m_client)) {
+        m_client->write(m_clientFrames.fault() == FrameTracker::Fault::MessageTooLarge
+                            ? closeFrame(kTooMuchDataCode,
+                                         QStringLiteral("message too large (limit %1 bytes)")
+                                             .arg(m_maxMessageBytes)
+                                             .toUtf8())
+                            : closeFrame(kProtocolErrorCode));
+    }
     closeClient();
 }
 

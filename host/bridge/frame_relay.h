@@ -15,7 +15,8 @@ namespace zthost::bridge {
 // Stands between a WebSocket client and Qt's WebSocket server, which accepts client frames
 // without a mask. The client's bytes go through unchanged while a FrameTracker follows their
 // frame headers; the first unmasked frame (or impossible length) closes the connection with
-// 1002 and one log line. Neither direction buffers more than a few chunks: a side is read only
+// 1002 and one log line, and the first frame that takes a message past the limit with 1009,
+// "message too large (limit N bytes)", before the server sees that frame. Neither direction buffers more than a few chunks: a side is read only
 // while the other side has little left to write.
 class FrameRelay : public QObject
 {
@@ -33,13 +34,19 @@ public:
 
     // Takes `client`, whose first `headBytes` unread bytes are its upgrade request, and returns
     // the socket to hand to the WebSocket server in its place (a child of `serverEndParent`),
-    // or null with `error` set. The relay is a child of `parent` and deletes itself once both
-    // sides are closed.
-    static QTcpSocket *start(QTcpSocket *client, qint64 headBytes, Note note, QObject *parent,
-                             QObject *serverEndParent, QString *error);
+    // or null with `error` set. `maxMessageBytes` bounds a message (0: no bound). The relay is
+    // a child of `parent` and deletes itself once both sides are closed.
+    static QTcpSocket *start(QTcpSocket *client, qint64 headBytes, qint64 maxMessageBytes,
+                             Note note, QObject *parent, QObject *serverEndParent,
+                             QString *error);
+
+    // The close frame the relay sends a client it refuses, as a server sends it (unmasked):
+    // `code` and `reason` (at most 123 bytes of it).
+    static QByteArray closeFrame(quint16 code, const QByteArray &reason = QByteArray());
 
 private:
-    FrameRelay(QTcpSocket *client, QTcpSocket *inner, Note note, QObject *parent);
+    FrameRelay(QTcpSocket *client, QTcpSocket *inner, qint64 maxMessageBytes, Note note,
+               QObject *parent);
 
     // `all`: also past kMaxPendingBytes, once the reading side has closed (what is left of it
     // is at most its read buffer).
@@ -60,7 +67,8 @@ private:
     QTcpSocket *m_client;
     QTcpSocket *m_inner;
     Note m_note;
-    FrameTracker m_clientFrames{true};
+    qint64 m_maxMessageBytes;
+    FrameTracker m_clientFrames;
     FrameTracker m_serverFrames{false};
     // The server's answer to the upgrade, until its blank line.
     QByteArray m_serverHead;

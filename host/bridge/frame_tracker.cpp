@@ -15,6 +15,8 @@ qint64 FrameTracker::follow(const char *data, qint64 size, bool stopAtFrameEnd)
             // Between frames: the frame in progress, if any, has ended.
             if (stopAtFrameEnd)
                 return at;
+            m_final = (byte & kFinalBit) != 0;
+            m_control = (byte & kControlOpcodeBit) != 0;
             ++at;
             m_state = State::SecondByte;
             break;
@@ -36,6 +38,8 @@ qint64 FrameTracker::follow(const char *data, qint64 size, bool stopAtFrameEnd)
                 m_state = State::ExtendedLength;
             } else {
                 m_length = length;
+                if (passesMessageLimit())
+                    return at - 1;
                 headerDone();
             }
             break;
@@ -50,8 +54,11 @@ qint64 FrameTracker::follow(const char *data, qint64 size, bool stopAtFrameEnd)
             }
             m_length = (m_length << 8) | byte;
             ++at;
-            if (--m_bytesLeftInField == 0)
+            if (--m_bytesLeftInField == 0) {
+                if (passesMessageLimit())
+                    return at - 1;
                 headerDone();
+            }
             break;
         case State::MaskKey:
             ++at;
@@ -71,6 +78,20 @@ qint64 FrameTracker::follow(const char *data, qint64 size, bool stopAtFrameEnd)
         }
     }
     return at;
+}
+
+bool FrameTracker::passesMessageLimit()
+{
+    // Control frames (close, ping, pong) sit between a message's frames and are no part of it.
+    if (m_maxMessageBytes == 0 || m_control)
+        return false;
+    if (m_length <= m_maxMessageBytes && m_messageBytes <= m_maxMessageBytes - m_length) {
+        m_messageBytes = m_final ? 0 : m_messageBytes + m_length;
+        return false;
+    }
+    m_fault = Fault::MessageTooLarge;
+    m_state = State::Failed;
+    return true;
 }
 
 void FrameTracker::headerDone()

@@ -4,6 +4,7 @@
 #include "bridge/http_request_head.h"
 #include "bridge/http_response.h"
 #include "bridge/peer_text.h"
+#include "bridge/socket_table.h"
 
 #include <QHostAddress>
 #include <QTcpSocket>
@@ -11,6 +12,7 @@
 #include <QWebSocketServer>
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace zthost::bridge {
 
@@ -28,11 +30,13 @@ bool hasSentAnything(QTcpSocket *socket)
 } // namespace
 
 FrontDoor::FrontDoor(QWebSocketServer *webSockets, const AccessToken *token, PageFiles files,
-                     std::function<bool()> hasRoomForClient, Note note, QObject *parent)
+                     Setup setup, std::function<bool()> hasRoomForClient, Note note,
+                     QObject *parent)
     : QObject(parent),
       m_webSockets(webSockets),
       m_token(token),
       m_files(std::move(files)),
+      m_setup(setup),
       m_hasRoomForClient(std::move(hasRoomForClient)),
       m_note(std::move(note))
 {
@@ -59,7 +63,14 @@ bool FrontDoor::listen(quint16 port, QString *error)
 {
     // Loopback only: the bridge reaches the user's key, nothing beyond this machine may reach it.
     if (!m_server.listen(QHostAddress::LocalHost, port)) {
-        *error = QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(port).arg(m_server.errorString());
+        if (m_server.serverError() == QAbstractSocket::AddressInUseError) {
+            const QString holder = SocketTable::processHolding(SocketTable::listeningInodes(port));
+            *error = QStringLiteral("cannot listen on 127.0.0.1:%1: the port is in use%2")
+                         .arg(port)
+                         .arg(holder.isEmpty() ? QString() : QStringLiteral(" by ") + holder);
+        } else {
+            *error = QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(port).arg(m_server.errorString());
+        }
         return false;
     }
     // Qt queues 50 connections not yet accepted; a burst of idle ones past that would make a
@@ -81,9 +92,37 @@ QByteArray FrontDoor::contentSecurityPolicy() const
            + "; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 }
 
+bool FrontDoor::isOwnUsers(QTcpSocket *socket)
+{
+#ifdef Q_OS_LINUX
+    // The peer's socket is the one whose local end is our remote end, and the other way round.
+    const std::optional<unsigned> owner = SocketTable::ownerOf(
+        socket->peerAddress(), socket->peerPort(), socket->localAddress(), socket->localPort());
+    const unsigned own = unsigned(::geteuid());
+    if (owner && *owner == own)
+        return true;
+    m_note(owner ? QStringLiteral("refused a connection from uid %1 (the bridge runs as uid %2)")
+                       .arg(*owner)
+                       .arg(own)
+                 : QStringLiteral("refused a connection whose owner the socket table does not "
+                                  "list (the bridge runs as uid %1)")
+                       .arg(own));
+    return false;
+#else
+    Q_UNUSED(socket)
+    return true;
+#endif
+}
+
 void FrontDoor::accept()
 {
     while (QTcpSocket *socket = m_server.nextPendingConnection()) {
+        // Before anything is read or answered: another user of this machine learns nothing.
+        if (!isOwnUsers(socket)) {
+            socket->abort();
+            socket->deleteLater();
+            continue;
+        }
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         if (m_pending.size() >= kMaxPendingConnections)
             evictOnePending();
@@ -188,13 +227,6 @@ void FrontDoor::readHead(QTcpSocket *socket)
             respond(socket, 404, "no WebSocket here");
             return;
         }
-        // The token is never logged: it is what lets a page in.
-        if (!m_token->matches(head.query.queryItemValue(QStringLiteral("token"),
-                                                        QUrl::FullyDecoded))) {
-            m_note(QStringLiteral("refused a WebSocket without the right token"));
-            respond(socket, 403, "wrong or missing token");
-            return;
-        }
         if (!m_hasRoomForClient()) {
             m_note(QStringLiteral("refused a WebSocket: the bridge has all the clients it takes"));
             respond(socket, 503, "too many clients");
@@ -205,8 +237,9 @@ void FrontDoor::readHead(QTcpSocket *socket)
         // Qt's WebSocket server takes a client's frames without a mask: it gets the client
         // through a relay that closes such a client, and sees the same bytes otherwise.
         QString error;
-        QTcpSocket *relayed = FrameRelay::start(socket, bytes.indexOf("\r\n\r\n") + 4, m_note, this,
-                                                &m_server, &error);
+        QTcpSocket *relayed = FrameRelay::start(socket, bytes.indexOf("\r\n\r\n") + 4,
+                                                m_setup.maxMessageBytes, m_note, this, &m_server,
+                                                &error);
         if (!relayed) {
             m_note(error);
             socket->abort();
@@ -225,6 +258,11 @@ void FrontDoor::readHead(QTcpSocket *socket)
         response.allow = "GET, HEAD";
         socket->write(response.serialise(contentSecurityPolicy()));
         socket->disconnectFromHost();
+        return;
+    }
+    // The service has no page of its own: a site's page comes from the site.
+    if (m_setup.mode == BridgeMode::Service) {
+        respond(socket, 404, "not found", headOnly);
         return;
     }
     HttpResponse response;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bridge/access_token.h"
+#include "bridge/bridge_options.h"
 #include "bridge/page_files.h"
 
 #include <QByteArray>
@@ -15,10 +16,12 @@ class QWebSocketServer;
 
 namespace zthost::bridge {
 
-// The bridge's one listening port on 127.0.0.1: answers GET and HEAD for the page's files, and
-// hands a WebSocket upgrade to the WebSocket server, through a FrameRelay, once its path, token
-// and Host are right and there is room for another client. The upgrade's Origin is the
-// WebSocket server's to judge.
+// The bridge's one listening port on 127.0.0.1: closes at once a connection from another local
+// user (on Linux, where the kernel's socket table says who owns the peer's socket), answers GET
+// and HEAD for the page's files (token mode only), and hands a WebSocket upgrade to the
+// WebSocket server, through a FrameRelay, once its path and Host are right and there is room
+// for another client. The token and the Origin are the bridge's to judge, after the handshake,
+// so that a refused page learns why.
 class FrontDoor : public QObject
 {
     Q_OBJECT
@@ -36,14 +39,24 @@ public:
     // sent nothing yet (else the oldest of all), never by refusing the newcomer.
     static constexpr int kMaxPendingConnections = 256;
 
+    struct Setup
+    {
+        // Service mode serves no files: every plain request is answered 404.
+        BridgeMode mode = BridgeMode::Token;
+        // A WebSocket message longer than this is refused by the relay (1009).
+        qint64 maxMessageBytes = 0;
+    };
+
     // `webSockets` and `token` must outlive the front door. `hasRoomForClient` says whether
     // one more WebSocket client may connect. `note` receives a line per refusal.
     FrontDoor(QWebSocketServer *webSockets, const AccessToken *token, PageFiles files,
-              std::function<bool()> hasRoomForClient, Note note, QObject *parent = nullptr);
+              Setup setup, std::function<bool()> hasRoomForClient, Note note,
+              QObject *parent = nullptr);
     ~FrontDoor() override;
 
     // Binds 127.0.0.1:`port` (0: any free port). False with `error` naming the address and
-    // the reason.
+    // the reason; for a port in use, "cannot listen on 127.0.0.1:PORT: the port is in use by
+    // process PID (NAME)", the process left out when the system does not say.
     bool listen(quint16 port, QString *error);
     quint16 port() const { return m_server.serverPort(); }
     // "http://127.0.0.1:PORT"
@@ -55,6 +68,9 @@ public:
 
 private:
     void accept();
+    // True when the connection's peer socket belongs to this process's user; logs a refusal
+    // otherwise, or when the owner cannot be found.
+    bool isOwnUsers(QTcpSocket *socket);
     void readHead(QTcpSocket *socket);
     void respond(QTcpSocket *socket, int status, const QByteArray &text, bool headOnly = false);
     void forget(QTcpSocket *socket);
@@ -64,6 +80,7 @@ private:
     QWebSocketServer *m_webSockets;
     const AccessToken *m_token;
     PageFiles m_files;
+    Setup m_setup;
     std::function<bool()> m_hasRoomForClient;
     Note m_note;
     // Oldest first.

@@ -15,7 +15,11 @@ QString OriginAllowList::normalise(const QString &origin)
     if (scheme != QLatin1String("http") && scheme != QLatin1String("https"))
         return QString();
     const int defaultPort = scheme == QLatin1String("https") ? 443 : 80;
-    QString text = scheme + QLatin1String("://") + url.host(QUrl::FullyEncoded).toLower();
+    QString host = url.host(QUrl::FullyEncoded).toLower();
+    // An IPv6 address keeps its brackets, as a browser's Origin has them.
+    if (host.contains(QLatin1Char(':')))
+        host = QLatin1Char('[') + host + QLatin1Char(']');
+    QString text = scheme + QLatin1String("://") + host;
     if (url.port() != -1 && url.port() != defaultPort)
         text += QLatin1Char(':') + QString::number(url.port());
     return text;

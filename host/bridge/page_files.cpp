@@ -20,6 +20,7 @@ constexpr Served kServed[] = {
     {"/", "index.html", "text/html; charset=utf-8"},
     {"/index.html", "index.html", "text/html; charset=utf-8"},
     {"/page.js", "page.js", "text/javascript; charset=utf-8"},
+    {"/zt-key.js", "zt-key.js", "text/javascript; charset=utf-8"},
     {"/style.css", "style.css", "text/css; charset=utf-8"},
     {"/favicon.svg", "favicon.svg", "image/svg+xml"},
     {"/qwebchannel.js", PageFiles::kWebChannelScriptResource, "text/javascript; charset=utf-8"},

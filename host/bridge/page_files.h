@@ -5,7 +5,7 @@
 
 namespace zthost::bridge {
 
-// The files the bridge serves: the page's four files from its web folder and Qt's
+// The files the bridge serves: the page's five files from its web folder (zt-key.js among them) and Qt's
 // qwebchannel.js from the Qt WebChannel library. Nothing else is reachable: a request names
 // one of these paths exactly or gets 404, so there is no listing and no way out of the folder.
 class PageFiles

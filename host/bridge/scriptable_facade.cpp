@@ -2,6 +2,7 @@
 
 #include "core/pin_wipe.h"
 #include "session/scriptable_calls.h"
+#include "session/scriptable_method.h"
 
 namespace zthost::bridge {
 
@@ -30,6 +31,7 @@ const QStringList &ScriptableFacade::methodNames()
 bool ScriptableFacade::callBool(const QString &method, const QVariantList &arguments)
 {
     const Invocation invocation = m_calls.invoke(method, arguments);
+    noteFailure(invocation);
     return invocation.called && invocation.value.toBool();
 }
 
@@ -37,7 +39,22 @@ QString ScriptableFacade::callString(const QString &method, const QVariantList &
                                      const QString &failure)
 {
     const Invocation invocation = m_calls.invoke(method, arguments);
+    noteFailure(invocation);
     return invocation.called ? invocation.value.toString() : failure;
+}
+
+void ScriptableFacade::noteFailure(const Invocation &invocation)
+{
+    if (!invocation.called) {
+        // The library was not reached; its message would be another call's.
+        m_lastError = invocation.error;
+        return;
+    }
+    if (!isFailureAnswer(invocation.value))
+        return;
+    const Invocation message = m_calls.invoke(QStringLiteral("WebGetLastErrorMsg"), {});
+    m_lastError = message.called ? message.value.toString()
+                                 : QStringLiteral("(WebGetLastErrorMsg could not be called)");
 }
 
 bool ScriptableFacade::WebOpenKey()
@@ -80,7 +97,7 @@ QString ScriptableFacade::WebZtDecode(QString bas64EncData, quint64 ulAlgID)
 
 QString ScriptableFacade::WebGetLastErrorMsg()
 {
-    return callString(QStringLiteral("WebGetLastErrorMsg"), {}, QString());
+    return m_lastError;
 }
 
 } // namespace zthost::bridge

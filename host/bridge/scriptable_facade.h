@@ -8,6 +8,7 @@
 
 namespace zthost {
 class ScriptableCalls;
+struct Invocation;
 } // namespace zthost
 
 namespace zthost::bridge {
@@ -21,6 +22,11 @@ namespace zthost::bridge {
 //
 // Failure values are the scriptable object's own: false, or the text "false". When the call
 // cannot be made, the façade answers the same.
+//
+// Each page has a façade and a scriptable object of its own. The library's last-error code is
+// process-wide, so the façade reads WebGetLastErrorMsg right after each of its page's failing
+// calls (calls run one at a time, so nothing comes between) and answers the page's
+// WebGetLastErrorMsg from that text, without calling the library: "" before any failure.
 class ScriptableFacade : public QObject
 {
     Q_OBJECT
@@ -36,10 +42,13 @@ public:
 
 private:
     bool callBool(const QString &method, const QVariantList &arguments = {});
+    // Keeps the page's last failure message when `invocation` failed.
+    void noteFailure(const Invocation &invocation);
     QString callString(const QString &method, const QVariantList &arguments,
                        const QString &failure);
 
     ScriptableCalls &m_calls;
+    QString m_lastError;
 };
 
 } // namespace zthost::bridge

@@ -1,16 +1,17 @@
 #include "bridge/web_bridge.h"
 
+#include "bridge/approved_origin.h"
 #include "bridge/front_door.h"
 #include "bridge/message_gate.h"
 #include "bridge/page_files.h"
+#include "bridge/page_session.h"
 #include "bridge/peer_text.h"
 #include "bridge/scriptable_facade.h"
-#include "bridge/websocket_transport.h"
 
 #include "core/host_log.h"
+#include "session/scriptable_source.h"
 
 #include <QUrlQuery>
-#include <QWebChannel>
 #include <QWebSocket>
 #include <QWebSocketCorsAuthenticator>
 #include <QWebSocketServer>
@@ -30,48 +31,48 @@ QUrl withToken(QUrl url, const AccessToken &token)
     return url;
 }
 
+QString modeName(BridgeMode mode)
+{
+    return mode == BridgeMode::Service ? QStringLiteral("service") : QStringLiteral("token");
+}
+
 } // namespace
 
-WebBridge::WebBridge(ScriptableCalls &calls, BridgeOptions options, HostLog *log,
+WebBridge::WebBridge(ScriptableSource &objects, BridgeOptions options, HostLog *log,
                      QObject *parent)
     : QObject(parent),
+      m_objects(objects),
       m_options(std::move(options)),
       m_log(log),
       m_token(AccessToken::generate()),
-      m_facade(std::make_unique<ScriptableFacade>(calls)),
       m_gate(std::make_unique<MessageGate>(&ScriptableFacade::staticMetaObject,
                                            QLatin1String(kObjectId),
                                            ScriptableFacade::methodNames())),
-      m_channel(std::make_unique<QWebChannel>()),
       m_webSockets(std::make_unique<QWebSocketServer>(QStringLiteral("zthost"),
                                                       QWebSocketServer::NonSecureMode))
 {
-    m_facade->setObjectName(QLatin1String(kObjectId));
-    m_channel->registerObject(QLatin1String(kObjectId), m_facade.get());
     m_webSockets->setHandshakeTimeout(std::chrono::milliseconds(kHandshakeTimeoutMs));
     connect(m_webSockets.get(), &QWebSocketServer::originAuthenticationRequired, this,
             &WebBridge::judgeOrigin);
     connect(m_webSockets.get(), &QWebSocketServer::newConnection, this,
             &WebBridge::acceptWebSockets);
+    FrontDoor::Setup setup;
+    setup.mode = m_options.mode;
+    setup.maxMessageBytes = m_options.maxMessageBytes;
     m_frontDoor = std::make_unique<FrontDoor>(
-        m_webSockets.get(), &m_token, PageFiles(m_options.webRoot),
+        m_webSockets.get(), &m_token, PageFiles(m_options.webRoot), setup,
         [this] { return clientCount() < m_options.maxClients; },
         [this](const QString &line) { note(line); });
 }
 
 WebBridge::~WebBridge()
 {
-    // Pages first, while the channel and the façade they talk to still exist.
-    const QSet<WebSocketTransport *> transports = m_transports;
-    m_transports.clear();
-    for (WebSocketTransport *transport : transports) {
-        if (QWebSocket *socket = transport->socket())
-            socket->abort();
-        delete transport;
-    }
+    // Pages first, while the plug-in their objects come from still exists.
+    const QSet<PageSession *> sessions = m_sessions;
+    m_sessions.clear();
+    qDeleteAll(sessions);
     m_frontDoor.reset();
     m_webSockets.reset();
-    m_channel.reset();
 }
 
 bool WebBridge::start(QString *error)
@@ -86,21 +87,32 @@ bool WebBridge::start(QString *error)
                      .arg(m_options.maxMessageBytes);
         return false;
     }
-    if (!PageFiles(m_options.webRoot).isComplete(error))
-        return false;
     OriginAllowList extra;
-    for (const QString &origin : m_options.extraOrigins) {
-        if (!extra.add(origin, error))
+    if (m_options.mode == BridgeMode::Token) {
+        if (!PageFiles(m_options.webRoot).isComplete(error))
             return false;
+        for (const QString &origin : m_options.extraOrigins) {
+            if (!extra.add(origin, error))
+                return false;
+        }
+    } else {
+        for (const QString &origin : m_options.approvedOrigins) {
+            ApprovedOrigin approved;
+            if (!ApprovedOrigin::parse(origin, &approved, error))
+                return false;
+            extra.add(approved.origin);
+        }
     }
     if (!m_frontDoor->listen(m_options.port, error))
         return false;
-    m_origins.add(origin());
+    if (m_options.mode == BridgeMode::Token)
+        m_origins.add(origin());
     for (const QString &origin : extra.origins())
         m_origins.add(origin);
     if (m_log)
-        m_log->debug(QStringLiteral("bridge: listening on %1, origins allowed: %2")
-                         .arg(origin(), m_origins.origins().join(QLatin1String(", "))));
+        m_log->debug(QStringLiteral("bridge: %1 mode, listening on %2, origins allowed: %3")
+                         .arg(modeName(m_options.mode), origin(),
+                              m_origins.origins().join(QLatin1String(", "))));
     return true;
 }
 
@@ -121,15 +133,18 @@ QUrl WebBridge::pageUrl() const
 
 QUrl WebBridge::webSocketUrl() const
 {
-    return withToken(QUrl(QStringLiteral("ws://127.0.0.1:%1%2")
-                              .arg(port())
-                              .arg(QLatin1String(FrontDoor::kWebSocketPath))),
-                     m_token);
+    QUrl url(QStringLiteral("ws://127.0.0.1:%1%2")
+                 .arg(port())
+                 .arg(QLatin1String(FrontDoor::kWebSocketPath)));
+    return m_options.mode == BridgeMode::Token ? withToken(url, m_token) : url;
 }
 
-QObject *WebBridge::publishedObject() const
+QList<QObject *> WebBridge::publishedObjects() const
 {
-    return m_facade.get();
+    QList<QObject *> objects;
+    for (PageSession *session : m_sessions)
+        objects << session->facade();
+    return objects;
 }
 
 void WebBridge::note(const QString &line)
@@ -141,6 +156,12 @@ void WebBridge::note(const QString &line)
 
 void WebBridge::judgeOrigin(QWebSocketCorsAuthenticator *authenticator)
 {
+    // A service page is judged once the handshake is done, so that its script learns why it
+    // was refused (4403).
+    if (m_options.mode == BridgeMode::Service) {
+        authenticator->setAllowed(true);
+        return;
+    }
     const bool allowed = m_origins.allows(authenticator->origin());
     authenticator->setAllowed(allowed);
     if (!allowed) {
@@ -149,47 +170,107 @@ void WebBridge::judgeOrigin(QWebSocketCorsAuthenticator *authenticator)
     }
 }
 
+bool WebBridge::refuses(QWebSocket *socket, QString *line, int *code, QString *reason) const
+{
+    // The front door checked the room already; a second look costs nothing and keeps the
+    // WebSocket server from ever being the only guard.
+    if (m_options.mode == BridgeMode::Token) {
+        const QString token = QUrlQuery(socket->requestUrl())
+                                  .queryItemValue(QStringLiteral("token"), QUrl::FullyDecoded);
+        if (!m_token.matches(token)) {
+            // The token is never logged: it is what lets a page in.
+            *line = QStringLiteral("refused a WebSocket without the right token (%1)").arg(kTokenRefusedCode);
+            *code = kTokenRefusedCode;
+            *reason = QLatin1String(kTokenRefusedReason);
+            return true;
+        }
+    } else if (!m_origins.allows(socket->origin())) {
+        const QString origin = peerText(socket->origin(), m_token);
+        ApprovedOrigin approvable;
+        QString problem;
+        if (socket->origin().isEmpty())
+            *line = QStringLiteral("refused a page that sent no origin (%1)").arg(kOriginRefusedCode);
+        else if (ApprovedOrigin::parse(socket->origin(), &approvable, &problem))
+            *line = QStringLiteral("refused a page from origin \"%1\": not approved; approve it "
+                                   "with zthost origins add %2")
+                        .arg(origin, peerText(approvable.origin, m_token));
+        else
+            *line = QStringLiteral("refused a page from origin \"%1\": not approved, and not an "
+                                   "origin the service can approve")
+                        .arg(origin);
+        *code = kOriginRefusedCode;
+        *reason = QLatin1String(kOriginRefusedReason);
+        return true;
+    }
+    if (clientCount() >= m_options.maxClients) {
+        *line = QStringLiteral("closed a WebSocket: too many clients");
+        *code = QWebSocketProtocol::CloseCodePolicyViolated;
+        *reason = QStringLiteral("too many clients");
+        return true;
+    }
+    return false;
+}
+
+void WebBridge::refuse(QWebSocket *socket, const QString &line, int code, const QString &reason)
+{
+    note(line);
+    // Nothing of the page is read: its messages have no receiver, and the socket goes once
+    // the close frame is out.
+    socket->close(QWebSocketProtocol::CloseCode(code), reason);
+    socket->deleteLater();
+}
+
 void WebBridge::acceptWebSockets()
 {
     while (QWebSocket *socket = m_webSockets->nextPendingConnection()) {
-        // The front door checked both already; a second look costs nothing and keeps the
-        // WebSocket server from ever being the only guard.
-        const QString token =
-            QUrlQuery(socket->requestUrl()).queryItemValue(QStringLiteral("token"), QUrl::FullyDecoded);
-        const char *refusal = nullptr;
-        if (!m_token.matches(token))
-            refusal = "wrong or missing token";
-        else if (clientCount() >= m_options.maxClients)
-            refusal = "too many clients";
-        if (refusal) {
-            note(QStringLiteral("closed a WebSocket: %1").arg(QLatin1String(refusal)));
-            socket->close(QWebSocketProtocol::CloseCodePolicyViolated, QLatin1String(refusal));
-            socket->deleteLater();
+        QString line;
+        QString reason;
+        int code = 0;
+        if (refuses(socket, &line, &code, &reason)) {
+            refuse(socket, line, code, reason);
             continue;
         }
+        QString error;
+        std::unique_ptr<ScriptableCalls> scriptable = m_objects.createScriptable(&error);
+        if (!scriptable) {
+            refuse(socket, QStringLiteral("closed a WebSocket: %1").arg(error),
+                   QWebSocketProtocol::CloseCodeBadOperation,
+                   QStringLiteral("the host could not make a session"));
+            continue;
+        }
+        // The frame relay refuses larger messages first, with the limit in its reason; Qt's
+        // own limits stay as a second guard.
         socket->setMaxAllowedIncomingFrameSize(quint64(m_options.maxMessageBytes));
         socket->setMaxAllowedIncomingMessageSize(quint64(m_options.maxMessageBytes));
+        const QString origin = peerText(socket->origin(), m_token);
 
-        // Room for one answer as large as the largest message, and the smaller ones around it.
-        auto *transport = new WebSocketTransport(socket, m_gate.get(),
-                                                 [this](const QString &line) { note(line); },
-                                                 2 * m_options.maxMessageBytes);
-        m_transports.insert(transport);
-        connect(transport, &WebSocketTransport::closed, this, [this, transport] {
-            if (!m_transports.remove(transport))
-                return;
-            if (m_log)
-                m_log->debug(QStringLiteral("bridge: a page disconnected, %1 left").arg(clientCount()));
-            transport->deleteLater();
-            emit clientCountChanged(clientCount());
-        });
-        m_channel->connectTo(transport);
+        auto *session = new PageSession(socket, std::move(scriptable), m_gate.get(),
+                                        [this](const QString &line) { note(line); },
+                                        m_options.maxMessageBytes, modeName(m_options.mode));
+        m_sessions.insert(session);
+        // Later, not inside the socket's own signal: leaving deletes the socket.
+        connect(session, &PageSession::closed, session, [this, session] { pageLeft(session); },
+                Qt::QueuedConnection);
         if (m_log)
             m_log->debug(QStringLiteral("bridge: a page connected from %1, %2 connected")
-                             .arg(peerText(socket->origin(), m_token))
+                             .arg(origin)
                              .arg(clientCount()));
         emit clientCountChanged(clientCount());
     }
+}
+
+void WebBridge::pageLeft(PageSession *session)
+{
+    if (!m_sessions.remove(session))
+        return;
+    const QString closeAnswer = session->finish();
+    if (m_log)
+        m_log->debug(QStringLiteral("bridge: a page disconnected: WebCloseKey answered %1, its "
+                                    "scriptable object deleted, %2 left")
+                         .arg(closeAnswer)
+                         .arg(clientCount()));
+    session->deleteLater();
+    emit clientCountChanged(clientCount());
 }
 
 } // namespace zthost::bridge

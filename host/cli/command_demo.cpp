@@ -14,6 +14,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 
 namespace zthost::cli {
@@ -45,6 +48,32 @@ StepResult fromAnswer(const Answer &answer, const QString &detail)
 {
     return {answer.succeeded, answer.succeeded ? detail : answer.failure};
 }
+
+const QString kJson = QStringLiteral("json");
+
+// {"ok", "totalMs", "root", "plugin", "driver", "steps": [{"step", "outcome", "ms",
+// "detail"}]}; a skipped step's ms is null. The PIN stays out: a script has no use for it.
+QByteArray demoJson(const StepTable &table, const QString &root, const SessionOptions &options)
+{
+    QJsonArray steps;
+    for (const StepTable::Record &record : table.records()) {
+        steps.append(QJsonObject{
+            {QStringLiteral("step"), record.name},
+            {QStringLiteral("outcome"), record.outcome},
+            {QStringLiteral("ms"), record.ms < 0 ? QJsonValue() : QJsonValue(record.ms)},
+            {QStringLiteral("detail"), record.detail},
+        });
+    }
+    const QJsonObject document{
+        {QStringLiteral("ok"), table.allHeld()},
+        {QStringLiteral("totalMs"), table.totalMs()},
+        {QStringLiteral("root"), root},
+        {QStringLiteral("plugin"), options.pluginPath},
+        {QStringLiteral("driver"), options.skfDriverPath},
+        {QStringLiteral("steps"), steps},
+    };
+    return QJsonDocument(document).toJson(QJsonDocument::Compact) + '\n';
+}
 } // namespace
 
 ExitCode runDemo(const QStringList &arguments)
@@ -52,18 +81,29 @@ ExitCode runDemo(const QStringList &arguments)
     CommandLine line(
         QStringLiteral("demo"), QStringLiteral("[options]"),
         QStringLiteral("The whole road on a fresh software key, each step with its outcome and "
-                       "time: makes a device in a\ntemporary root (--root is not used), loads the "
+                       "time: makes a device in a\ntemporary root (--root and --device are not used), "
+                       "loads the "
                        "plug-in with the real host core, opens the key,\nverifies the PIN, reads "
                        "the certificate, seals a sample text in an envelope for it, opens the\n"
                        "envelope on the key with WebZtDecode, checks the text came back and "
                        "removes the temporary root.\nExit status 0 only when every step held."));
+    line.addOption({kJson,
+                    QStringLiteral("One line of JSON instead of the table: {\"ok\", \"totalMs\", "
+                                   "\"root\", \"plugin\", \"driver\", \"steps\": [{\"step\", "
+                                   "\"outcome\", \"ms\", \"detail\"}]}.")});
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
 
-    SessionOptions options = line.hostOptions();
+    const std::optional<SessionOptions> configured = line.hostOptions();
+    if (!configured)
+        return ExitCode::Failure;
+    SessionOptions options = *configured;
+    // The demo's own device is the only one in its root.
+    options.deviceName.clear();
+    const bool json = line.isSet(kJson);
     QTemporaryDir root(QDir::tempPath() + QStringLiteral("/zthost-demo-XXXXXX"));
     if (!root.isValid())
         return failed(QStringLiteral("cannot make a temporary root in %1: %2")
@@ -74,17 +114,19 @@ ExitCode runDemo(const QStringList &arguments)
     state.userPin = randomDigits(kUserPinDigits);
     const QByteArray text = sampleText();
 
-    printLine(QStringLiteral("zthost demo: a fresh software key, the plug-in, and an envelope "
-                             "opened on the key"));
-    printLine(QString());
-    printLine(QStringLiteral("  software key  \"%1\", container %2, in %3")
-                  .arg(QLatin1String(kDeviceName), QLatin1String(kContainerName), root.path()));
-    printLine(QStringLiteral("  user PIN      %1").arg(state.userPin));
-    printLine(QStringLiteral("  plug-in       %1").arg(options.pluginPath));
-    printLine(QStringLiteral("  driver        %1").arg(options.skfDriverPath));
-    printLine(QString());
+    if (!json) {
+        printLine(QStringLiteral("zthost demo: a fresh software key, the plug-in, and an envelope "
+                                 "opened on the key"));
+        printLine(QString());
+        printLine(QStringLiteral("  software key  \"%1\", container %2, in %3")
+                      .arg(QLatin1String(kDeviceName), QLatin1String(kContainerName), root.path()));
+        printLine(QStringLiteral("  user PIN      %1").arg(state.userPin));
+        printLine(QStringLiteral("  plug-in       %1").arg(options.pluginPath));
+        printLine(QStringLiteral("  driver        %1").arg(options.skfDriverPath));
+        printLine(QString());
+    }
 
-    StepTable table;
+    StepTable table(json ? StepTable::Output::Silent : StepTable::Output::Printed);
     table.printHeader();
     table.run(QStringLiteral("create software key"), [&] {
         softskf::DeviceOptions device;
@@ -151,8 +193,12 @@ ExitCode runDemo(const QStringList &arguments)
             return StepResult{true, root.path()};
         },
         StepTable::Kind::CleanUp);
-    printLine(QString());
-    table.printSummary();
+    if (json) {
+        writeStandardOutput(demoJson(table, root.path(), options));
+    } else {
+        printLine(QString());
+        table.printSummary();
+    }
     return table.allHeld() ? ExitCode::Success : ExitCode::Failure;
 }
 

@@ -29,8 +29,11 @@ ExitCode runHelp(const QStringList &arguments)
     for (const CommandEntry &entry : commandTable())
         lines << QStringLiteral("  %1 %2").arg(QLatin1String(entry.name), -kNameWidth).arg(QLatin1String(entry.summary));
     lines << QString()
-          << QStringLiteral("Every command takes --plugin PATH, --skf PATH, --root DIR, --host-log FILE,")
-          << QStringLiteral("-v and --help; 'zthost COMMAND --help' says more.")
+          << QStringLiteral("Every command takes --plugin PATH, --skf PATH, --device NAME, --root DIR,")
+          << QStringLiteral("--config FILE, --host-log FILE, -v and --help, before or after its name;")
+          << QStringLiteral("'zthost COMMAND --help' says more, 'zthost config' shows the settings in")
+          << QStringLiteral("effect. 'zthost --version' shows the versions of zthost, the plug-in and")
+          << QStringLiteral("the driver.")
           << QString()
           << QStringLiteral("Exit status: 0 success, 1 an operation failed, 2 a usage error.");
     printLine(lines.join(QLatin1Char('\n')));

@@ -81,9 +81,13 @@ ExitCode runKeygen(const QStringList &arguments)
     const QString adminPin =
         adminGenerated ? randomDigits(kGeneratedAdminPinDigits) : line.value(kAdminPin);
 
-    const SessionOptions host = line.hostOptions();
-    applyToProcess(host);
-    const QString root = softKeyRootInEffect(host);
+    const std::optional<SessionOptions> host = line.hostOptions();
+    if (!host) {
+        wipePin(userPin.text);
+        return ExitCode::Failure;
+    }
+    applyToProcess(*host);
+    const QString root = softKeyRootInEffect(*host);
     softskf::DeviceOptions options;
     options.name = line.value(kName).toStdString();
     options.userPin = userPin.text.toStdString();

@@ -1,17 +1,13 @@
 #include "command_line.h"
 
+#include "configuration_file.h"
 #include "console.h"
-#include "driver_profile_setting.h"
-#include "session/default_paths.h"
-
+#include "global_options.h"
 
 namespace zthost::cli {
 
 namespace {
-const QString kPlugin = QStringLiteral("plugin");
-const QString kSkf = QStringLiteral("skf");
-const QString kDriverProfile = QStringLiteral("driver-profile");
-const QString kRoot = QStringLiteral("root");
+const QString kConfig = QStringLiteral("config");
 const QString kHostLog = QStringLiteral("host-log");
 const QString kVerbose = QStringLiteral("v");
 const QString kHelp = QStringLiteral("help");
@@ -23,39 +19,25 @@ CommandLine::CommandLine(const QString &command, const QString &synopsis,
 {
     // "-pin" would otherwise read as -p -i -n and fail on the first letter with a puzzling name.
     m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    m_parser.addOption({kPlugin,
-                        QStringLiteral("The plug-in to load (default: %1).").arg(defaultPluginPath()),
-                        QStringLiteral("PATH")});
-    m_parser.addOption(
-        {kSkf,
-         QStringLiteral("The smart-key driver (default: %1).").arg(defaultSkfDriverPath()),
-         QStringLiteral("PATH")});
-    m_parser.addOption(
-        {kDriverProfile,
-         QStringLiteral("The smart-key driver's type widths: auto (detected), standard (4-byte "
-                        "ULONG and BOOL) or wide (8-byte, as some vendors' headers declare them). "
-                        "Default: $ZTHOST_DRIVER_PROFILE, else host/driver-profile in the "
-                        "configuration file, else auto."),
-         QStringLiteral("NAME")});
-    m_parser.addOption({kRoot,
-                        QStringLiteral("The software device root (default: $SOFTSKF_ROOT, else "
-                                       "~/.local/share/softskf)."),
-                        QStringLiteral("DIR")});
-    m_parser.addOption({kHostLog,
-                        QStringLiteral("Append the host's log to FILE (default: standard error, "
-                                       "warnings and errors only)."),
-                        QStringLiteral("FILE")});
-    m_parser.addOption({{kVerbose, QStringLiteral("verbose")},
-                        QStringLiteral("Debug lines too: the plug-in's trace and Qt's debug "
-                                       "channel. They carry envelope material (an envelope's "
-                                       "encrypted key and content, as hex): keep such logs "
-                                       "private.")});
+    m_parser.addOptions(globalOptions());
     m_parser.addOption({{QStringLiteral("h"), kHelp}, QStringLiteral("Show this help.")});
 }
 
 void CommandLine::addOption(const QCommandLineOption &option)
 {
     m_parser.addOption(option);
+}
+
+void CommandLine::addSettingOption(const QString &settingName)
+{
+    const SettingRow *row = findSetting(settingName);
+    Q_ASSERT(row && !row->global);
+    const QString fallback = row->defaultDescription.isEmpty() ? row->defaultValue()
+                                                               : row->defaultDescription;
+    m_parser.addOption({row->option,
+                        QStringLiteral("%1 Else %2 in the configuration file, else %3.")
+                            .arg(row->description, row->configKey, fallback),
+                        row->valueName});
 }
 
 CommandLine::Parse CommandLine::parse(const QStringList &arguments)
@@ -68,9 +50,11 @@ CommandLine::Parse CommandLine::parse(const QStringList &arguments)
         printLine(helpText());
         return Parse::HelpShown;
     }
+    // `zthost config` shows and changes a value that is no profile; every other command stops.
+    if (m_command == QLatin1String("config"))
+        return Parse::Run;
     QString error;
-    const std::optional<DriverProfile> profile =
-        resolveDriverProfile(optionalValue(kDriverProfile), &error);
+    const std::optional<DriverProfile> profile = resolveDriverProfile(&error);
     if (!profile) {
         usageError(error);
         return Parse::UsageError;
@@ -91,16 +75,67 @@ ExitCode CommandLine::usageError(const QString &message) const
     return ExitCode::Usage;
 }
 
-SessionOptions CommandLine::hostOptions() const
+SettingResolver CommandLine::settings() const
+{
+    return SettingResolver([this](const QString &option) { return optionalValue(option); },
+                           m_parser.value(kConfig));
+}
+
+std::optional<DriverProfile> CommandLine::resolveDriverProfile(QString *error) const
+{
+    const SettingResolver resolver = settings();
+    const SettingValue setting = resolver.resolve(QStringLiteral("driver-profile"));
+    const std::optional<DriverProfile> profile = parseDriverProfile(setting.value);
+    if (profile)
+        return profile;
+    QString where;
+    switch (setting.source) {
+    case SettingSource::Option:
+        where = QStringLiteral("--driver-profile");
+        break;
+    case SettingSource::Environment:
+        where = QStringLiteral("ZTHOST_DRIVER_PROFILE");
+        break;
+    case SettingSource::File:
+        where = QStringLiteral("%1 in %2").arg(ConfigKey::kDriverProfile,
+                                               resolver.configurationPath());
+        break;
+    case SettingSource::Default:
+        where = QStringLiteral("the default driver profile");
+        break;
+    }
+    *error = QStringLiteral("%1 \"%2\" is not one of %3")
+                 .arg(where, setting.value, driverProfileNames().join(QStringLiteral(", ")));
+    return std::nullopt;
+}
+
+bool CommandLine::hostOptions(SessionOptions *options, QString *error) const
+{
+    const SettingResolver resolver = settings();
+    if (!resolver.fileReadable(error))
+        return false;
+    options->pluginPath = resolver.resolve(QStringLiteral("plugin")).value;
+    options->skfDriverPath = resolver.resolve(QStringLiteral("skf")).value;
+    options->deviceName = resolver.resolve(QStringLiteral("device")).value;
+    options->driverProfile = m_driverProfile;
+    // SOFTSKF_ROOT, when it decides, is read by the software device itself.
+    const SettingValue root = resolver.resolve(QStringLiteral("root"));
+    options->softKeyRoot = root.source == SettingSource::Option || root.source == SettingSource::File
+                               ? root.value
+                               : QString();
+    options->hostLogPath = m_parser.value(kHostLog);
+    options->verbosity = m_parser.isSet(kVerbose) ? Verbosity::Debug : Verbosity::Normal;
+    return true;
+}
+
+std::optional<SessionOptions> CommandLine::hostOptions() const
 {
     SessionOptions options;
-    options.pluginPath = m_parser.isSet(kPlugin) ? m_parser.value(kPlugin) : defaultPluginPath();
-    options.skfDriverPath = m_parser.isSet(kSkf) ? m_parser.value(kSkf) : defaultSkfDriverPath();
-    options.driverProfile = m_driverProfile;
-    options.softKeyRoot = m_parser.value(kRoot);
-    options.hostLogPath = m_parser.value(kHostLog);
-    options.verbosity = m_parser.isSet(kVerbose) ? Verbosity::Debug : Verbosity::Normal;
-    return options;
+    QString error;
+    if (hostOptions(&options, &error))
+        return options;
+    printError(error);
+    return std::nullopt;
 }
 
 QString CommandLine::helpText() const

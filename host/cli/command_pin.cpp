@@ -5,6 +5,7 @@
 
 #include "command_line.h"
 #include "console.h"
+#include "device_choice.h"
 #include "pin_source.h"
 #include "session_steps.h"
 
@@ -19,7 +20,6 @@ namespace zthost::cli {
 
 namespace {
 
-const QString kDevice = QStringLiteral("device");
 const QString kPin = QStringLiteral("pin");
 const QString kAdminPin = QStringLiteral("admin-pin");
 const QString kNewPin = QStringLiteral("new-pin");
@@ -66,8 +66,7 @@ bool openApplication(SkfDriver &driver, const QString &wanted, OpenedApplication
         return false;
     }
     if (!wanted.isEmpty() && !devices.contains(wanted)) {
-        *error = QStringLiteral("no key device \"%1\": %2 lists %3")
-                     .arg(wanted, driver.path(), devices.join(QStringLiteral(", ")));
+        *error = unlistedDeviceText(wanted, driver.path(), devices);
         return false;
     }
     opened->deviceName = wanted.isEmpty() ? devices.first() : wanted;
@@ -98,6 +97,8 @@ bool openApplication(SkfDriver &driver, const QString &wanted, OpenedApplication
                      .arg(opened->deviceName, skfFailureText("SKF_OpenApplication", code));
         return false;
     }
+    printError(QStringLiteral("using key device %1")
+                   .arg(deviceInUseText(opened->deviceName, wanted, devices)));
     return true;
 }
 
@@ -110,13 +111,6 @@ QString pinFailureText(const char *function, ULONG code, ULONG triesLeft, const 
     else if (code == SAR_PIN_LOCKED && whose == QLatin1String("user PIN"))
         text += QStringLiteral("; 'zthost unblock' gives it a new value with the administrator PIN");
     return text;
-}
-
-void addDeviceOption(CommandLine &line)
-{
-    line.addOption({kDevice,
-                    QStringLiteral("The key device (default: the first one the driver lists)."),
-                    QStringLiteral("NAME")});
 }
 
 void addNewPinOption(CommandLine &line)
@@ -143,13 +137,18 @@ ExitCode readNewUserPin(const CommandLine &line, Pin *pin)
 
 // The driver the command line names, with `function` (SKF_ChangePIN or SKF_UnblockPIN) in it;
 // null after printing why not.
-std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, SkfFunction function)
+// `host` gets the options the command line resolved.
+std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, SkfFunction function,
+                                          SessionOptions *host)
 {
-    const SessionOptions host = line.hostOptions();
-    applyToProcess(host);
     QString error;
+    if (!line.hostOptions(host, &error)) {
+        printError(error);
+        return nullptr;
+    }
+    applyToProcess(*host);
     std::unique_ptr<SkfDriver> driver =
-        SkfDriver::load(host.skfDriverPath, host.driverProfile, &error);
+        SkfDriver::load(host->skfDriverPath, host->driverProfile, &error);
     if (driver && !driver->require(function, &error))
         driver.reset();
     if (!driver)
@@ -161,7 +160,8 @@ std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, SkfFunction f
 // hands `call` the first PIN (the current or the administrator one) and the new one as bytes.
 // Every copy is wiped (core/pin_wipe.h) on every path. Answers Success with the driver's code and
 // tries left in `code` and `triesLeft`, or the exit code of a step that stopped the command.
-ExitCode callWithPinPair(SkfDriver &driver, const CommandLine &line, Pin &first,
+ExitCode callWithPinPair(SkfDriver &driver, const CommandLine &line, const QString &device,
+                         Pin &first,
                          OpenedApplication *opened, ULONG *code, ULONG *triesLeft,
                          const std::function<ULONG(char *, char *, ULONG *)> &call)
 {
@@ -172,7 +172,7 @@ ExitCode callWithPinPair(SkfDriver &driver, const CommandLine &line, Pin &first,
         return readNew;
     }
     QString error;
-    if (!openApplication(driver, line.value(kDevice), opened, &error)) {
+    if (!openApplication(driver, device, opened, &error)) {
         wipePin(first.text);
         wipePin(newPin.text);
         return failed(error);
@@ -201,13 +201,13 @@ ExitCode runPasswd(const QStringList &arguments)
                                    "the terminal)."),
                     QStringLiteral("PIN")});
     addNewPinOption(line);
-    addDeviceOption(line);
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
-    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, SkfFunction::ChangePIN);
+    SessionOptions host;
+    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, SkfFunction::ChangePIN, &host);
     if (!driver)
         return ExitCode::Failure;
 
@@ -219,7 +219,7 @@ ExitCode runPasswd(const QStringList &arguments)
     ULONG code = SAR_OK;
     ULONG triesLeft = 0;
     const ExitCode stopped = callWithPinPair(
-        *driver, line, oldPin, &opened, &code, &triesLeft,
+        *driver, line, host.deviceName, oldPin, &opened, &code, &triesLeft,
         [&](char *oldBytes, char *newBytes, ULONG *tries) {
             return driver->changePin(opened.application, USER_TYPE, oldBytes, newBytes, tries);
         });
@@ -247,13 +247,13 @@ ExitCode runUnblock(const QStringList &arguments)
                                    "for on the terminal)."),
                     QStringLiteral("PIN")});
     addNewPinOption(line);
-    addDeviceOption(line);
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
-    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, SkfFunction::UnblockPIN);
+    SessionOptions host;
+    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, SkfFunction::UnblockPIN, &host);
     if (!driver)
         return ExitCode::Failure;
 
@@ -266,7 +266,7 @@ ExitCode runUnblock(const QStringList &arguments)
     ULONG code = SAR_OK;
     ULONG triesLeft = 0;
     const ExitCode stopped = callWithPinPair(
-        *driver, line, adminPin, &opened, &code, &triesLeft,
+        *driver, line, host.deviceName, adminPin, &opened, &code, &triesLeft,
         [&](char *adminBytes, char *newBytes, ULONG *tries) {
             return driver->unblockPin(opened.application, adminBytes, newBytes, tries);
         });

@@ -1,9 +1,12 @@
 #include "commands.h"
 
 #include "command_line.h"
+#include "configuration_file.h"
 #include "console.h"
+#include "device_choice.h"
 #include "session_steps.h"
 
+#include "bridge/approved_origin.h"
 #include "bridge/bridge_options.h"
 #include "bridge/channel_warnings.h"
 #include "bridge/default_web_root.h"
@@ -24,6 +27,8 @@ const QString kAllowOrigin = QStringLiteral("allow-origin");
 const QString kMaxClients = QStringLiteral("max-clients");
 const QString kMaxMessage = QStringLiteral("max-message");
 const QString kWeb = QStringLiteral("web");
+const QString kService = QStringLiteral("service");
+const QString kOrigins = QStringLiteral("origins");
 
 bool parseBounded(const QString &text, qint64 low, qint64 high, qint64 *value)
 {
@@ -34,19 +39,55 @@ bool parseBounded(const QString &text, qint64 low, qint64 high, qint64 *value)
     *value = parsed;
     return true;
 }
+
+// The service's port (--port, else the configuration file, else the default) and approved
+// origins (the configuration file); false with `error` naming where a wrong value came from.
+bool readServiceSettings(const CommandLine &line, bridge::BridgeOptions *options, QString *error)
+{
+    const SettingValue port = line.setting(kPort);
+    qint64 number = 0;
+    if (!parseBounded(port.value, 1, 65535, &number)) {
+        *error = QStringLiteral("port %1 (%2) is not a port from 1 to 65535")
+                     .arg(port.value, port.origin);
+        return false;
+    }
+    options->port = quint16(number);
+    const SettingValue origins = line.setting(kOrigins);
+    if (origins.source == SettingSource::Default)
+        return true;
+    for (const QString &origin : origins.value.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        bridge::ApprovedOrigin approved;
+        QString problem;
+        if (!bridge::ApprovedOrigin::parse(origin.trimmed(), &approved, &problem)) {
+            *error = QStringLiteral("%1 in %2: %3 (zthost origins remove it)")
+                         .arg(ConfigKey::kBridgeOrigins, line.settings().configurationPath(), problem);
+            return false;
+        }
+        options->approvedOrigins << approved.origin;
+    }
+    return true;
+}
 } // namespace
 
 ExitCode runServe(const QStringList &arguments)
 {
     const bridge::BridgeOptions defaults;
     CommandLine line(
-        QStringLiteral("serve"), QStringLiteral("[--port N] [--allow-origin ORIGINS] [options]"),
+        QStringLiteral("serve"),
+        QStringLiteral("[--port N] [--allow-origin ORIGINS] [options] | --service [--port N]"),
         QStringLiteral("Serves the demo page and a web bridge to the scriptable object on "
                        "127.0.0.1: a page calls its\nseven methods through Qt WebChannel over a "
                        "WebSocket. Prints the page's address, with a fresh\naccess token, on "
-                       "standard output, and runs until SIGINT or SIGTERM."));
-    line.addOption({kPort, QStringLiteral("The port (default 0: any free one)."), QStringLiteral("N"),
-                    QStringLiteral("0")});
+                       "standard output, and runs until SIGINT or SIGTERM.\n\nWith --service: "
+                       "the bridge for the pages of approved sites (zthost origins), on a\nfixed "
+                       "port, with no token and no page of its own; prints its WebSocket address."));
+    line.addOption({kService,
+                    QStringLiteral("Service mode: the port from --port, else %1 in the "
+                                   "configuration file, else %2; pages only from approved origins.")
+                        .arg(ConfigKey::kBridgePort)
+                        .arg(bridge::kDefaultServicePort)});
+    line.addOption({kPort, QStringLiteral("The port (default 0: any free one; with --service, see there)."),
+                    QStringLiteral("N")});
     line.addOption({kListen,
                     QStringLiteral("The address to listen on; only 127.0.0.1 is accepted."),
                     QStringLiteral("ADDRESS"), QStringLiteral("127.0.0.1")});
@@ -69,7 +110,9 @@ ExitCode runServe(const QStringList &arguments)
                     QStringLiteral("DIR")});
     line.setNotes(QStringLiteral(
         "Anyone with the printed address can use the key while the bridge runs: keep it to "
-        "yourself."));
+        "yourself.\nThe service lets in any page of an approved origin, and only this user's "
+        "own connections;\nit reads %1 once, when it starts.")
+                      .arg(configurationFilePath()));
     const CommandLine::Parse parsed = line.parse(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
@@ -83,10 +126,19 @@ ExitCode runServe(const QStringList &arguments)
         return line.usageError(QStringLiteral("--listen %1: the bridge listens on 127.0.0.1 only")
                                    .arg(line.value(kListen)));
     bridge::BridgeOptions options;
+    const bool service = line.isSet(kService);
+    options.mode = service ? bridge::BridgeMode::Service : bridge::BridgeMode::Token;
+    if (service && line.isSet(kAllowOrigin))
+        return line.usageError(QStringLiteral("--allow-origin is for the demo page; approve a "
+                                              "site for the service with zthost origins add ORIGIN"));
+    if (service && line.isSet(kWeb))
+        return line.usageError(QStringLiteral("--web is for the demo page; the service serves no page"));
     qint64 number = 0;
-    if (!parseBounded(line.value(kPort), 0, 65535, &number))
-        return line.usageError(QStringLiteral("--port %1 is not a port from 0 to 65535")
-                                   .arg(line.value(kPort)));
+    if (line.isSet(kPort)
+        && !parseBounded(line.value(kPort), service ? 1 : 0, 65535, &number))
+        return line.usageError(QStringLiteral("--port %1 is not a port from %2 to 65535")
+                                   .arg(line.value(kPort))
+                                   .arg(service ? 1 : 0));
     options.port = quint16(number);
     if (!parseBounded(line.value(kMaxClients), 1, 1024, &number))
         return line.usageError(QStringLiteral("--max-clients %1 is not a number from 1 to 1024")
@@ -103,6 +155,11 @@ ExitCode runServe(const QStringList &arguments)
             options.extraOrigins << origin.trimmed();
     }
     options.webRoot = line.isSet(kWeb) ? line.value(kWeb) : bridge::defaultWebRoot();
+    if (service) {
+        QString error;
+        if (!readServiceSettings(line, &options, &error))
+            return failed(error);
+    }
 
     // Installed before the host starts, so that a stop asked for during start-up still goes
     // through the orderly shutdown below.
@@ -116,7 +173,7 @@ ExitCode runServe(const QStringList &arguments)
     });
 
     std::unique_ptr<HostSession> session = startHost(line.hostOptions());
-    if (!session)
+    if (!session || !checkDeviceChoice(*session))
         return ExitCode::Failure;
     {
         HostLog &log = session->core().log();
@@ -126,9 +183,26 @@ ExitCode runServe(const QStringList &arguments)
         QString error;
         if (!bridge.start(&error))
             return failed(error);
-        printLine(bridge.pageUrl().toString(QUrl::FullyEncoded));
-        printMessage(QStringLiteral("zthost serve: open the address above in a browser on this "
-                                    "machine; Ctrl+C stops the bridge."));
+        if (service) {
+            printLine(bridge.webSocketUrl().toString(QUrl::FullyEncoded));
+            if (options.approvedOrigins.isEmpty())
+                printMessage(QStringLiteral("zthost serve: no site is approved yet: approve one "
+                                            "with zthost origins add ORIGIN, then restart the "
+                                            "service."));
+            else
+                printMessage(QStringLiteral("zthost serve: the service takes pages of %1; "
+                                            "Ctrl+C stops it.")
+                                 .arg(options.approvedOrigins.join(QLatin1String(", "))));
+        } else {
+            printLine(bridge.pageUrl().toString(QUrl::FullyEncoded));
+        }
+        const QString device = deviceToOpenText(*session);
+        if (!device.isEmpty())
+            printMessage(QStringLiteral("zthost serve: pages open %1").arg(device));
+        if (!service) {
+            printMessage(QStringLiteral("zthost serve: open the address above in a browser on "
+                                        "this machine; Ctrl+C stops the bridge."));
+        }
         QCoreApplication::exec();
     }
     // The pages are gone; now the scriptable object and the plug-in's core agent, then the core.

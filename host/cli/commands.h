@@ -11,13 +11,19 @@ namespace zthost::cli {
 ExitCode runDemo(const QStringList &arguments);
 ExitCode runKeygen(const QStringList &arguments);
 ExitCode runDevices(const QStringList &arguments);
+ExitCode runDoctor(const QStringList &arguments);
 ExitCode runCert(const QStringList &arguments);
 ExitCode runEncrypt(const QStringList &arguments);
 ExitCode runDecrypt(const QStringList &arguments);
 ExitCode runPasswd(const QStringList &arguments);
 ExitCode runUnblock(const QStringList &arguments);
 ExitCode runCall(const QStringList &arguments);
+ExitCode runShell(const QStringList &arguments);
 ExitCode runServe(const QStringList &arguments);
+ExitCode runConfig(const QStringList &arguments);
+// `zthost --version`, with any global options.
+ExitCode runVersion(const QStringList &arguments);
+ExitCode runOrigins(const QStringList &arguments);
 ExitCode runHelp(const QStringList &arguments);
 
 struct CommandEntry
@@ -30,7 +36,9 @@ struct CommandEntry
 // Every command, in the order `zthost help` lists them.
 const QList<CommandEntry> &commandTable();
 
-// Runs the command named by arguments[0]; prints usage for none or an unknown one.
+// Runs the command named by the first argument that is not a global option (global_options.h);
+// the global options before it are handed to the command with the rest. Prints usage for none
+// or an unknown one.
 ExitCode dispatch(const QStringList &arguments);
 
 } // namespace zthost::cli

@@ -16,7 +16,12 @@ QString configurationFilePath()
 
 std::unique_ptr<QSettings> openConfiguration()
 {
-    return std::make_unique<QSettings>(configurationFilePath(), QSettings::IniFormat);
+    return openConfiguration(configurationFilePath());
+}
+
+std::unique_ptr<QSettings> openConfiguration(const QString &path)
+{
+    return std::make_unique<QSettings>(path, QSettings::IniFormat);
 }
 
 } // namespace zthost::cli

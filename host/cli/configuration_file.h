@@ -15,6 +15,8 @@ QString configurationFilePath();
 // The file opened for reading and writing (QSettings, INI). A file that does not exist reads as
 // empty and is created, with its folder, on the first write.
 std::unique_ptr<QSettings> openConfiguration();
+// The same for the file at `path` (zthost --config FILE).
+std::unique_ptr<QSettings> openConfiguration(const QString &path);
 
 // The keys, as QSettings spells them ("group/key" is key= under [group] in the file).
 namespace ConfigKey {

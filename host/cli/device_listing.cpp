@@ -51,7 +51,7 @@ void listApplications(SkfDriver &skf, const QString &device, DEVHANDLE handle,
 } // namespace
 
 bool listDevices(const QString &driverPath, DriverProfile profile, QList<DeviceEntry> *entries,
-                 QStringList *problems, QStringList *notes, QString *error)
+                 QStringList *problems, QStringList *notes, QString *error, QStringList *listed)
 {
     std::unique_ptr<SkfDriver> driver = SkfDriver::load(driverPath, profile, error);
     if (!driver)
@@ -67,6 +67,8 @@ bool listDevices(const QString &driverPath, DriverProfile profile, QList<DeviceE
         *error = skfFailureText("SKF_EnumDev", code);
         return false;
     }
+    if (listed)
+        *listed = devices;
     for (const QString &device : qAsConst(devices)) {
         QByteArray name = device.toUtf8();
         DEVHANDLE handle = nullptr;

@@ -22,8 +22,10 @@ struct DeviceEntry
 // SKF_OpenApplication, SKF_GetPINInfo). False with `error` set when the driver cannot be loaded
 // or cannot list its devices; a device that fails to connect is reported in `problems` and the
 // listing goes on. What the driver cannot tell at all goes to `notes`: "smart-key driver /x has
-// no SKF_GetPINInfo: tries left unknown".
+// no SKF_GetPINInfo: tries left unknown". `listed` (when given) gets every device name the
+// driver lists, those that failed to connect too.
 bool listDevices(const QString &driverPath, DriverProfile profile, QList<DeviceEntry> *entries,
-                 QStringList *problems, QStringList *notes, QString *error);
+                 QStringList *problems, QStringList *notes, QString *error,
+                 QStringList *listed = nullptr);
 
 } // namespace zthost::cli

@@ -27,9 +27,15 @@ QString milliseconds(double ms)
 }
 } // namespace
 
+void StepTable::show(const QString &text) const
+{
+    if (m_output == Output::Printed)
+        printLine(text);
+}
+
 void StepTable::printHeader() const
 {
-    printLine(line(QStringLiteral("step"), QStringLiteral("outcome"), QStringLiteral("time"),
+    show(line(QStringLiteral("step"), QStringLiteral("outcome"), QStringLiteral("time"),
                    QStringLiteral("detail")));
 }
 
@@ -37,7 +43,8 @@ bool StepTable::run(const QString &name, const std::function<StepResult()> &step
 {
     ++m_count;
     if (!m_failedStep.isEmpty() && kind == Kind::Regular) {
-        printLine(line(name, QStringLiteral("skipped"), QString(), QString()));
+        show(line(name, QStringLiteral("skipped"), QString(), QString()));
+        m_records.append({name, QStringLiteral("skipped"), -1, QString()});
         return false;
     }
     QElapsedTimer timer;
@@ -45,8 +52,9 @@ bool StepTable::run(const QString &name, const std::function<StepResult()> &step
     const StepResult result = step();
     const double ms = double(timer.nsecsElapsed()) / 1e6;
     m_totalMs += ms;
-    printLine(line(name, result.held ? QStringLiteral("ok") : QStringLiteral("FAILED"),
-                   milliseconds(ms), result.detail));
+    const QString outcome = result.held ? QStringLiteral("ok") : QStringLiteral("FAILED");
+    show(line(name, outcome, milliseconds(ms), result.detail));
+    m_records.append({name, outcome, ms, result.detail});
     if (!result.held && m_failedStep.isEmpty()) {
         m_failedStep = name;
         m_failedIndex = m_count;
@@ -57,9 +65,9 @@ bool StepTable::run(const QString &name, const std::function<StepResult()> &step
 void StepTable::printSummary() const
 {
     if (allHeld())
-        printLine(QStringLiteral("all %1 steps ok in %2").arg(m_count).arg(milliseconds(m_totalMs)));
+        show(QStringLiteral("all %1 steps ok in %2").arg(m_count).arg(milliseconds(m_totalMs)));
     else
-        printLine(QStringLiteral("step %1 of %2 (%3) FAILED")
+        show(QStringLiteral("step %1 of %2 (%3) FAILED")
                       .arg(m_failedIndex)
                       .arg(m_count)
                       .arg(m_failedStep));

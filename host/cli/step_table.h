@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QElapsedTimer>
+#include <QList>
 #include <QString>
 
 #include <functional>
@@ -18,10 +19,23 @@ struct StepResult
 //   step                  outcome       time  detail
 //   WebVerifyPin          ok          3.8 ms  true
 // A step after a failed one is shown as skipped and not run, unless it is a clean-up step.
+// Silent, nothing is printed and the steps are only recorded (the demo's --json).
 class StepTable
 {
 public:
     enum class Kind { Regular, CleanUp };
+    enum class Output { Printed, Silent };
+
+    // What one step did; `ms` is negative for a skipped step.
+    struct Record
+    {
+        QString name;
+        QString outcome; // "ok", "FAILED" or "skipped"
+        double ms = -1;
+        QString detail;
+    };
+
+    explicit StepTable(Output output = Output::Printed) : m_output(output) {}
 
     void printHeader() const;
     // Runs `step` and prints its line; answers whether it held (false when skipped).
@@ -30,8 +44,14 @@ public:
     void printSummary() const;
 
     bool allHeld() const { return m_failedStep.isEmpty() && m_count > 0; }
+    const QList<Record> &records() const { return m_records; }
+    double totalMs() const { return m_totalMs; }
 
 private:
+    void show(const QString &text) const;
+
+    Output m_output;
+    QList<Record> m_records;
     int m_count = 0;
     int m_failedIndex = 0;
     QString m_failedStep;

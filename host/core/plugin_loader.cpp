@@ -90,6 +90,17 @@ QObject *PluginLoader::createScriptableObject()
     return createComponent(QLatin1String(ZtComponentIds::kCryptographicProgId));
 }
 
+void PluginLoader::destroyComponent(QObject *component)
+{
+    for (int i = 0; i < m_created.size(); ++i) {
+        if (m_created.at(i) == component) {
+            m_created.removeAt(i);
+            delete component;
+            return;
+        }
+    }
+}
+
 unsigned int PluginLoader::versionLength() const
 {
     unsigned int length = 0;

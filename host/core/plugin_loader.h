@@ -42,6 +42,9 @@ public:
     QObject *createComponent(const QString &progId, const QString &classId = QString());
     // createComponent("Crypto.ZtCryptographic.1"): the scriptable object pages call.
     QObject *createScriptableObject();
+    // Deletes `component`, one of the objects createComponent made, before shutdown(); does
+    // nothing for an object the loader did not make or has already deleted.
+    void destroyComponent(QObject *component);
 
     // The length of the plug-in's version text (the size query: hosts never ask for the text).
     unsigned int versionLength() const;

@@ -1,6 +1,7 @@
 #include "key/key_component.h"
 
 #include "core/host_log.h"
+#include "key/driver_answers.h"
 #include "key/key_object.h"
 #include "key/name_list.h"
 #include "key/skf_driver.h"
@@ -10,14 +11,20 @@ namespace zthost {
 
 namespace {
 
-std::unique_ptr<SkfDriver> loadOrLog(const QString &path, DriverProfile profile, HostLog &log)
+std::unique_ptr<SkfDriver> loadOrLog(const QString &path, DriverProfile profile, HostLog &log,
+                                     DriverAnswers *answers)
 {
     QString error;
     std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, profile, &error);
-    if (!driver)
+    if (answers)
+        answers->setDriverPath(path);
+    if (!driver) {
         log.error(error);
-    else
+        if (answers)
+            answers->recordLoadError(error);
+    } else {
         log.debug(QStringLiteral("smart-key driver %1: %2").arg(path, driver->widthDescription()));
+    }
     return driver;
 }
 
@@ -25,11 +32,22 @@ std::unique_ptr<SkfDriver> loadOrLog(const QString &path, DriverProfile profile,
 
 KeyComponent::KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
                            QObject *parent)
-    : KeyComponent(loadOrLog(driverPath, profile, log), log, parent)
+    : KeyComponent(driverPath, profile, log, nullptr, parent)
 {}
 
+KeyComponent::KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
+                           std::shared_ptr<DriverAnswers> answers, QObject *parent)
+    : KeyComponent(loadOrLog(driverPath, profile, log, answers.get()), log, parent)
+{
+    if (answers)
+        m_answers = std::move(answers);
+}
+
 KeyComponent::KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent)
-    : QObject(parent), m_driver(std::move(driver)), m_log(log)
+    : QObject(parent),
+      m_driver(std::move(driver)),
+      m_log(log),
+      m_answers(std::make_shared<DriverAnswers>())
 {}
 
 KeyComponent::~KeyComponent()
@@ -43,6 +61,19 @@ KeyComponent::~KeyComponent()
 
 QStringList KeyComponent::deviceNames()
 {
+    QStringList names = driverDeviceNames();
+    if (m_deviceChoice.isEmpty())
+        return names;
+    if (names.contains(m_deviceChoice))
+        return {m_deviceChoice};
+    m_log.warning(QStringLiteral("no key device \"%1\" among the %2 the driver lists")
+                      .arg(m_deviceChoice)
+                      .arg(names.size()));
+    return {};
+}
+
+QStringList KeyComponent::driverDeviceNames()
+{
     QStringList names;
     if (!m_driver)
         return names;
@@ -51,8 +82,10 @@ QStringList KeyComponent::deviceNames()
         &names);
     if (code != SAR_OK) {
         m_log.error(skfFailureText("SKF_EnumDev", code));
+        m_answers->recordFailure({QString(), QStringLiteral("SKF_EnumDev"), code});
         names.clear();
     }
+    m_answers->recordDevicesListed(names.size());
     return names;
 }
 
@@ -76,6 +109,7 @@ QObject *KeyComponent::open(int index)
     if (code != SAR_OK || !device) {
         m_log.error(QStringLiteral("key device \"%1\": %2")
                         .arg(name, skfFailureText("SKF_ConnectDev", code)));
+        m_answers->recordFailure({name, QStringLiteral("SKF_ConnectDev"), code});
         return nullptr;
     }
 
@@ -89,6 +123,8 @@ QObject *KeyComponent::open(int index)
         m_log.error(QStringLiteral("key device \"%1\": %2")
                         .arg(name, code != SAR_OK ? skfFailureText("SKF_EnumApplication", code)
                                                   : QStringLiteral("holds no application")));
+        if (code != SAR_OK)
+            m_answers->recordFailure({name, QStringLiteral("SKF_EnumApplication"), code});
         m_driver->disconnectDev(device);
         return nullptr;
     }
@@ -100,11 +136,14 @@ QObject *KeyComponent::open(int index)
         m_log.error(
             QStringLiteral("key device \"%1\": %2, application \"%3\"")
                 .arg(name, skfFailureText("SKF_OpenApplication", code), applications.first()));
+        m_answers->recordFailure({name, QStringLiteral("SKF_OpenApplication"), code});
         m_driver->disconnectDev(device);
         return nullptr;
     }
 
     auto *key = new KeyObject(*m_driver, m_log, name, device, application, this);
+    key->setAnswers(m_answers);
+    m_lastOpened = name;
     m_opened.append(QPointer<KeyObject>(key));
     return key;
 }

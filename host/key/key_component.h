@@ -12,6 +12,7 @@
 
 namespace zthost {
 
+class DriverAnswers;
 class HostLog;
 class KeyObject;
 class SkfDriver;
@@ -32,6 +33,11 @@ public:
     // it was found or set to go to the log's debug lines.
     KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
                  QObject *parent = nullptr);
+    // The same, recording what the driver answers in `answers` (key/driver_answers.h), which a
+    // host keeps to explain the plug-in's failures; null records nowhere.
+    KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
+                 std::shared_ptr<DriverAnswers> answers,
+                 QObject *parent = nullptr);
     // `driver` may be null: no device is listed.
     KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent = nullptr);
     ~KeyComponent() override;
@@ -39,8 +45,18 @@ public:
     // Null when the driver could not be loaded.
     const SkfDriver *driver() const { return m_driver.get(); }
 
-    // The devices the driver lists, in its order; empty on failure.
+    // Shows the plug-in only the device named `name` (empty: every device). A name the driver
+    // does not list leaves no device to show.
+    void setDeviceChoice(const QString &name) { m_deviceChoice = name; }
+    const QString &deviceChoice() const { return m_deviceChoice; }
+
+    // The devices the plug-in is shown: those the driver lists, in its order, or only the chosen
+    // one; empty on failure.
     QStringList deviceNames();
+    // Every device the driver lists, whatever was chosen; empty on failure.
+    QStringList driverDeviceNames();
+    // The device of the newest key object open() made; empty before the first.
+    const QString &lastOpenedDevice() const { return m_lastOpened; }
 
     // How many devices the driver lists now.
     Q_INVOKABLE int count();
@@ -51,6 +67,10 @@ public:
 private:
     std::unique_ptr<SkfDriver> m_driver;
     HostLog &m_log;
+    // Never null: a component nobody reads from records into one of its own.
+    std::shared_ptr<DriverAnswers> m_answers;
+    QString m_deviceChoice;
+    QString m_lastOpened;
     QList<QPointer<KeyObject>> m_opened;
 };
 

@@ -5,6 +5,7 @@
 #include "core/host_log.h"
 #include "core/pin_wipe.h"
 #include "key/block_cipher_record.h"
+#include "key/driver_answers.h"
 #include "key/handle_value.h"
 #include "key/name_list.h"
 #include "key/skf_driver.h"
@@ -48,8 +49,13 @@ void KeyObject::logRefusal(const char *method, const QString &reason)
                     .arg(m_deviceName, QLatin1String(method), reason));
 }
 
-void KeyObject::logFailure(const char *function, ULONG code, const QString &detail)
+void KeyObject::logFailure(const char *function, ULONG code, const QString &detail,
+                           long triesLeft, bool adminPin)
 {
+    if (m_answers) {
+        m_answers->recordFailure(
+            {m_deviceName, QLatin1String(function), code, triesLeft, adminPin});
+    }
     QString line
         = QStringLiteral("key device \"%1\": %2").arg(m_deviceName, skfFailureText(function, code));
     if (!detail.isEmpty())
@@ -209,16 +215,19 @@ bool KeyObject::verifyPin(QString pin, bool adminPin)
     switch (code) {
     case SAR_PIN_INCORRECT:
         logFailure("SKF_VerifyPIN", code,
-                   QStringLiteral("%1 tries left for the %2").arg(triesLeft).arg(kind));
+                   QStringLiteral("%1 tries left for the %2").arg(triesLeft).arg(kind),
+                   long(triesLeft), adminPin);
         break;
     case SAR_PIN_LOCKED:
-        logFailure("SKF_VerifyPIN", code, QStringLiteral("the %1 is locked").arg(kind));
+        logFailure("SKF_VerifyPIN", code, QStringLiteral("the %1 is locked").arg(kind), -1,
+                   adminPin);
         break;
     case SAR_DEVICE_REMOVED:
-        logFailure("SKF_VerifyPIN", code, QStringLiteral("the device is no longer there"));
+        logFailure("SKF_VerifyPIN", code, QStringLiteral("the device is no longer there"), -1,
+                   adminPin);
         break;
     default:
-        logFailure("SKF_VerifyPIN", code, kind);
+        logFailure("SKF_VerifyPIN", code, kind, -1, adminPin);
         break;
     }
     return false;

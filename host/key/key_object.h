@@ -9,8 +9,11 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+
 namespace zthost {
 
+class DriverAnswers;
 class HostLog;
 class SkfDriver;
 
@@ -35,6 +38,8 @@ public:
     ~KeyObject() override;
 
     QString deviceName() const { return m_deviceName; }
+    // Where driver failures are recorded besides the log; none until set.
+    void setAnswers(std::shared_ptr<DriverAnswers> answers) { m_answers = std::move(answers); }
     bool isClosed() const { return m_device == nullptr; }
 
     // Container names of the application; empty on failure.
@@ -74,13 +79,15 @@ private:
     bool knownContainer(qulonglong container, const char *method);
     bool knownKey(qulonglong key, const char *method);
     void logRefusal(const char *method, const QString &reason);
-    void logFailure(const char *function, ULONG code, const QString &detail = QString());
+    void logFailure(const char *function, ULONG code, const QString &detail = QString(),
+                    long triesLeft = -1, bool adminPin = false);
     void closeKeysOf(qulonglong container);
     void closeKey(qulonglong key);
     void releaseEverything();
 
     SkfDriver &m_driver;
     HostLog &m_log;
+    std::shared_ptr<DriverAnswers> m_answers;
     QString m_deviceName;
     DEVHANDLE m_device;
     HAPPLICATION m_application;

@@ -2,7 +2,10 @@
 
 #include "core/host_core.h"
 #include "core/plugin_loader.h"
+#include "key/driver_answers.h"
+#include "key/key_component.h"
 #include "session/default_paths.h"
+#include "session/owned_scriptable.h"
 #include "session/scriptable_method.h"
 #include "session/standard_components.h"
 
@@ -17,7 +20,7 @@ QString Answer::text() const
     return answerText(value);
 }
 
-HostSession::HostSession() = default;
+HostSession::HostSession() : m_driverAnswers(std::make_shared<DriverAnswers>()) {}
 
 std::unique_ptr<HostSession> HostSession::start(const SessionOptions &options, QString *error)
 {
@@ -33,6 +36,10 @@ std::unique_ptr<HostSession> HostSession::start(const SessionOptions &options, Q
     StandardComponentOptions components;
     components.skfDriverPath =
         options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
+    session->m_skfDriverPath = components.skfDriverPath;
+    session->m_driverAnswers->setDriverPath(components.skfDriverPath);
+    components.driverAnswers = session->m_driverAnswers;
+    components.deviceName = options.deviceName;
     components.driverProfile = options.driverProfile;
     registerStandardComponents(*session->m_core, components);
 
@@ -72,9 +79,21 @@ Invocation HostSession::invoke(const QString &method, const QVariantList &argume
     return invocation;
 }
 
+std::unique_ptr<ScriptableCalls> HostSession::createScriptable(QString *error)
+{
+    QObject *object = m_plugin->createScriptableObject();
+    if (!object) {
+        *error = QStringLiteral("plug-in %1 made no %2 object")
+                     .arg(m_pluginPath, QLatin1String(ZtComponentIds::kCryptographicProgId));
+        return nullptr;
+    }
+    return std::make_unique<OwnedScriptable>(object, *m_core, *m_plugin);
+}
+
 Answer HostSession::call(const QString &method, const QVariantList &arguments)
 {
     Answer answer;
+    m_driverAnswers->clear();
     const Invocation invocation = invoke(method, arguments);
     answer.value = invocation.value;
     if (!invocation.called) {
@@ -91,6 +110,13 @@ Answer HostSession::call(const QString &method, const QVariantList &arguments)
     }
     answer.succeeded = true;
     return answer;
+}
+
+KeyComponent *HostSession::keyComponent()
+{
+    using namespace ZtComponentIds;
+    return qobject_cast<KeyComponent *>(m_core->createComponentObject(
+        QLatin1String(kKeyProgId), QLatin1String(kKeyClassId)));
 }
 
 QString HostSession::lastErrorMessage()

@@ -18,6 +18,9 @@ struct SessionOptions
     QString skfDriverPath;
     // The widths of the driver's ULONG and BOOL (key/driver_profile.h); Auto detects them.
     DriverProfile driverProfile = DriverProfile::Auto;
+    // The one key device the key component shows the plug-in, by the driver's name for it;
+    // empty: every device the driver lists.
+    QString deviceName;
     // The software key device's root folder; empty: what its driver finds ($SOFTSKF_ROOT, else
     // its default). Only the software device reads it.
     QString softKeyRoot;

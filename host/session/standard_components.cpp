@@ -22,10 +22,16 @@ void registerStandardComponents(HostCore &core, const StandardComponentOptions &
     // host that never opens a key never touches a driver.
     const QString driverPath
         = options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
+    const std::shared_ptr<DriverAnswers> answers = options.driverAnswers;
+    const QString deviceName = options.deviceName;
     const DriverProfile profile = options.driverProfile;
     core.registerComponent(
         QLatin1String(kKeyProgId), QLatin1String(kKeyClassId), HostCore::Lifetime::Shared,
-        [host, driverPath, profile] { return new KeyComponent(driverPath, profile, host->log()); });
+        [host, driverPath, profile, answers, deviceName] {
+            auto *key = new KeyComponent(driverPath, profile, host->log(), answers);
+            key->setDeviceChoice(deviceName);
+            return key;
+        });
 
     core.registerComponent(QLatin1String(kCertificateProgId), QString(),
                            HostCore::Lifetime::PerOperation,

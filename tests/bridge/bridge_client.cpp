@@ -105,6 +105,18 @@ std::optional<QJsonValue> BridgeClient::call(const QString &method, const QJsonA
                                  {"args", args}}));
 }
 
+QStringList BridgeClient::propertyValues(const QJsonObject &description)
+{
+    // Each property is [index, name, notify, value].
+    QStringList values;
+    for (const QJsonValue &property : description.value(QLatin1String("properties")).toArray()) {
+        const QJsonArray entry = property.toArray();
+        if (entry.at(1).toString() != QLatin1String("objectName"))
+            values << entry.at(1).toString() + QLatin1Char('=') + entry.at(3).toVariant().toString();
+    }
+    return values;
+}
+
 int BridgeClient::methodIndex(const QJsonObject &description, const QString &name)
 {
     for (const QJsonValue &method : description.value(QLatin1String("methods")).toArray()) {

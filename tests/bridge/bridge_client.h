@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QJsonArray>
+#include <QStringList>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QList>
@@ -42,6 +43,8 @@ public:
 
     // The index under which `signature` (e.g. "deleteLater()") is published; -1 if it is not.
     static int methodIndex(const QJsonObject &description, const QString &name);
+    // The published object's properties but objectName, as "name=value" in order.
+    static QStringList propertyValues(const QJsonObject &description);
 
     QWebSocket &socket() { return m_socket; }
 

@@ -6,6 +6,7 @@
 #include "bridge/web_bridge.h"
 #include "core/host_log.h"
 #include "session/scriptable_calls.h"
+#include "session/scriptable_source.h"
 
 #include <QTemporaryDir>
 
@@ -31,6 +32,27 @@ private:
     int *m_returned;
 };
 
+// What the host session does for the bridge's pages, in front of the one stand-in: every page's
+// "own" object is the same FakeScriptable, so a test sees every call any page made. The tests of
+// separate objects per page run the real plug-in (test_serve_pages.cpp).
+class SharedFakeSource : public zthost::ScriptableSource
+{
+public:
+    SharedFakeSource(QObject *target, int *returned) : m_target(target), m_returned(returned) {}
+
+    std::unique_ptr<zthost::ScriptableCalls> createScriptable(QString *) override
+    {
+        ++created;
+        return std::make_unique<CountingCalls>(m_target, m_returned);
+    }
+
+    int created = 0;
+
+private:
+    QObject *m_target;
+    int *m_returned;
+};
+
 // A bridge on a free port in front of a FakeScriptable, serving the real web/ folder, with its
 // log at debug level in a file of its own.
 class BridgeTest : public ::testing::Test
@@ -50,7 +72,7 @@ protected:
 
     FakeScriptable fake;
     int callsReturned = 0;
-    CountingCalls calls{&fake, &callsReturned};
+    SharedFakeSource calls{&fake, &callsReturned};
     std::unique_ptr<zthost::bridge::WebBridge> bridge;
 
 private:

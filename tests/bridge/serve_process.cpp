@@ -60,7 +60,29 @@ QProcessEnvironment ServeProcess::environment() const
     environment.insert(QStringLiteral("TMPDIR"), m_dir.filePath(QStringLiteral("tmp")));
     environment.insert(QStringLiteral("SOFTSKF_ROOT"), m_dir.filePath(QStringLiteral("root")));
     environment.remove(QStringLiteral("ZTHOST_PIN"));
+    // No settings of the user's: a configuration folder of the test's own, no ZTHOST_* choices.
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_dir.filePath(QStringLiteral("config")));
+    for (const char *variable : {"ZTHOST_PLUGIN", "ZTHOST_SKF", "ZTHOST_DEVICE"})
+        environment.remove(QLatin1String(variable));
     return environment;
+}
+
+ServeProcess::Run ServeProcess::run(const QStringList &arguments)
+{
+    QProcess tool;
+    tool.setProcessEnvironment(environment());
+    tool.start(QStringLiteral(ZTHOST_PATH), arguments);
+    Run result;
+    if (tool.waitForFinished(kToolTimeoutMs) && tool.exitStatus() == QProcess::NormalExit)
+        result.exitCode = tool.exitCode();
+    result.standardOutput = tool.readAllStandardOutput();
+    result.standardError = tool.readAllStandardError();
+    return result;
+}
+
+QByteArray ServeProcess::hostLog() const
+{
+    return readAll(m_dir.filePath(QStringLiteral("host.log")));
 }
 
 bool ServeProcess::runTool(const QStringList &arguments, QByteArray *output, QString *failure)
@@ -78,6 +100,15 @@ bool ServeProcess::runTool(const QStringList &arguments, QByteArray *output, QSt
     }
     *output = tool.readAllStandardOutput();
     return true;
+}
+
+bool ServeProcess::makeKey(const QString &pin, QString *failure)
+{
+    QByteArray output;
+    return runTool({QStringLiteral("keygen"), QStringLiteral("--name"), QLatin1String(kDevice),
+                    QStringLiteral("--pin"), pin, QStringLiteral("--admin-pin"),
+                    QStringLiteral("serve-admin-7731")},
+                   &output, failure);
 }
 
 bool ServeProcess::start(const QStringList &extra, QString *failure)

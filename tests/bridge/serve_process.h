@@ -27,6 +27,23 @@ public:
 
     // Runs `zthost ARGUMENTS --root ROOT` to its end; false with the output in `failure`.
     bool runTool(const QStringList &arguments, QByteArray *output, QString *failure);
+    // `zthost keygen`: the software key kDevice with `pin` and an admin PIN of its own.
+    bool makeKey(const QString &pin, QString *failure);
+
+    // Runs `zthost ARGUMENTS` (nothing added) to its end, whatever its exit code; -1 when it
+    // did not finish.
+    struct Run
+    {
+        int exitCode = -1;
+        QByteArray standardOutput;
+        QByteArray standardError;
+    };
+    Run run(const QStringList &arguments);
+
+    // The process's own configuration file (XDG_CONFIG_HOME is a folder of its own).
+    QString configurationFile() const { return path(QStringLiteral("config/zthost/zthost.conf")); }
+    // The host log as it is now.
+    QByteArray hostLog() const;
 
     // Starts `zthost serve` with `extra` arguments and reads the address it prints.
     bool start(const QStringList &extra, QString *failure);

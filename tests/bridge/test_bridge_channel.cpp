@@ -40,13 +40,18 @@ QString QtMessageCapture::s_text;
 
 } // namespace
 
-TEST_F(BridgeTest, publishesTheSevenMethodsUnderOneName)
+TEST_F(BridgeTest, publishesTheSevenMethodsAndTheBridgesFacts)
 {
-    startBridge();
+    zthost::bridge::BridgeOptions options;
+    options.maxMessageBytes = 65536;
+    startBridge(options);
     BridgeClient client(origin());
     ASSERT_TRUE(client.open(webSocketUrl()));
     const QJsonObject objects = client.initialize();
-    EXPECT_EQ(objects.keys(), QStringList{QStringLiteral("ZtCryptographic")});
+    EXPECT_EQ(objects.keys(), (QStringList{QStringLiteral("ZtCryptographic"), QStringLiteral("bridge")}));
+    // What a page may know before it sends anything.
+    EXPECT_EQ(BridgeClient::propertyValues(objects.value(QLatin1String("bridge")).toObject()),
+              (QStringList{"maxMessageBytes=65536", "mode=token", "version=1.0.0"}));
     const QJsonObject description = objects.value(QLatin1String("ZtCryptographic")).toObject();
     for (const char *name : {"WebOpenKey", "WebCloseKey", "WebVerifyPin", "WebGetCertData",
                              "WebZtEncode", "WebZtDecode", "WebGetLastErrorMsg"}) {
@@ -68,11 +73,28 @@ TEST_F(BridgeTest, forwardsEachCallAndReclaimsAfterIt)
     EXPECT_EQ(client.call(QStringLiteral("WebZtDecode"), {"MIIenvelope", 1025}), QJsonValue(fake.plaintext));
     EXPECT_EQ(fake.decodeData, QStringLiteral("MIIenvelope"));
     EXPECT_EQ(fake.decodeAlgorithm, 1025u);
-    EXPECT_EQ(client.call(QStringLiteral("WebGetLastErrorMsg")), QJsonValue(fake.lastError));
+    // The page's own last failure, kept by the bridge: none yet, and the library is not asked.
+    EXPECT_EQ(client.call(QStringLiteral("WebGetLastErrorMsg")), QJsonValue(QString()));
     EXPECT_EQ(client.call(QStringLiteral("WebCloseKey")), QJsonValue(true));
     EXPECT_EQ(fake.calls, (QStringList{"WebOpenKey", "WebVerifyPin", "WebGetCertData", "WebZtEncode",
-                                       "WebZtDecode", "WebGetLastErrorMsg", "WebCloseKey"}));
-    EXPECT_EQ(callsReturned, 7);
+                                       "WebZtDecode", "WebCloseKey"}));
+    EXPECT_EQ(callsReturned, 6);
+}
+
+TEST_F(BridgeTest, readsTheLastErrorRightAfterAFailingCallAndKeepsItForThePage)
+{
+    startBridge();
+    BridgeClient client(origin());
+    ASSERT_TRUE(client.open(webSocketUrl()));
+    client.initialize();
+    EXPECT_EQ(client.call(QStringLiteral("WebVerifyPin"), {"wrong"}), QJsonValue(false));
+    EXPECT_EQ(fake.calls, (QStringList{"WebVerifyPin", "WebGetLastErrorMsg"}));
+    // Answered from what the bridge kept, even after the library's text moved on.
+    fake.lastError = QStringLiteral("errorcode : [99]");
+    EXPECT_EQ(client.call(QStringLiteral("WebGetLastErrorMsg")), QJsonValue(QStringLiteral("wrong PIN")));
+    EXPECT_EQ(client.call(QStringLiteral("WebOpenKey")), QJsonValue(true));
+    EXPECT_EQ(client.call(QStringLiteral("WebGetLastErrorMsg")), QJsonValue(QStringLiteral("wrong PIN")));
+    EXPECT_EQ(fake.calls, (QStringList{"WebVerifyPin", "WebGetLastErrorMsg", "WebOpenKey"}));
 }
 
 TEST_F(BridgeTest, forwardsACallByIndexAsWell)
@@ -85,15 +107,18 @@ TEST_F(BridgeTest, forwardsACallByIndexAsWell)
     const int id = client.send(
         {{"type", 6}, {"object", "ZtCryptographic"}, {"method", index}, {"args", QJsonArray{"nope"}}});
     EXPECT_EQ(client.response(id), QJsonValue(false));
-    EXPECT_EQ(fake.calls, QStringList{QStringLiteral("WebVerifyPin")});
+    // The failure's message is read at once, for the page to ask later.
+    EXPECT_EQ(fake.calls, (QStringList{"WebVerifyPin", "WebGetLastErrorMsg"}));
 }
 
 TEST_F(BridgeTest, neitherRenamesNorDeletesThePublishedObject)
 {
     startBridge();
-    QPointer<QObject> published = bridge->publishedObject();
     BridgeClient client(origin());
     ASSERT_TRUE(client.open(webSocketUrl()));
+    // Each page's object is made when it connects.
+    ASSERT_TRUE(waitUntil([&] { return bridge->publishedObjects().size() == 1; }));
+    QPointer<QObject> published = bridge->publishedObjects().first();
     const QJsonObject description = facadeDescription(client);
     const int deleteLater = BridgeClient::methodIndex(description, QStringLiteral("deleteLater()"));
     const int destroyed = QObject::staticMetaObject.indexOfSignal("destroyed()");
@@ -109,6 +134,9 @@ TEST_F(BridgeTest, neitherRenamesNorDeletesThePublishedObject)
     ids << client.send({{"type", 9}, {"object", "ZtCryptographic"}, {"property", 0}, {"value", "renamed"}});
     ids << client.send({{"type", 7}, {"object", "ZtCryptographic"}, {"signal", destroyed}});
     ids << client.send({{"type", 6}, {"object", "transport"}, {"method", "deleteLater"}, {"args", QJsonArray()}});
+    // The facts object takes no call and no write either.
+    ids << client.send({{"type", 6}, {"object", "bridge"}, {"method", "deleteLater"}, {"args", QJsonArray()}});
+    ids << client.send({{"type", 9}, {"object", "bridge"}, {"property", 1}, {"value", 1}});
     // Answered in order: once this one is back, none of the above ever will be.
     EXPECT_EQ(client.call(QStringLiteral("WebOpenKey")), QJsonValue(true));
     for (int id : ids) {
@@ -178,7 +206,9 @@ TEST_F(BridgeTest, aPageLeavingMidCallDoesNotDisturbTheNext)
     next.initialize();
     EXPECT_EQ(next.call(QStringLiteral("WebZtDecode"), {"def", 1025}), QJsonValue(fake.plaintext));
     EXPECT_EQ(fake.decodeData, QStringLiteral("def"));
-    EXPECT_EQ(callsReturned, 2);
+    // The leaving page's decode, its key closed as it left, the next page's decode.
+    EXPECT_EQ(fake.calls, (QStringList{"WebZtDecode", "WebCloseKey", "WebZtDecode"}));
+    EXPECT_EQ(callsReturned, 3);
 }
 
 TEST_F(BridgeTest, keepsThePinOutOfEveryLog)

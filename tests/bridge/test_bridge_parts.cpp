@@ -1,7 +1,9 @@
 // The bridge's parts on their own: the access token, the origin allow-list, the request head
-// parser, the message gate and the filter of Qt's channel warnings.
+// parser, the message gate, the frame tracker, the origins a user may approve and the filter
+// of Qt's channel warnings.
 
 #include "bridge/access_token.h"
+#include "bridge/approved_origin.h"
 #include "bridge/channel_warnings.h"
 #include "bridge/frame_tracker.h"
 #include "bridge/http_request_head.h"
@@ -70,6 +72,8 @@ TEST(OriginAllowList, normalisesOrigins)
         {"http://127.0.0.1:8080/page", "", "a path is not an origin"},
         {"http://user@127.0.0.1:8080", "", "user info is not an origin"},
         {"ws://127.0.0.1:8080", "", "a WebSocket address is not a page's origin"},
+        {"http://[::1]:8080", "http://[::1]:8080", "an IPv6 host keeps its brackets"},
+        {"HTTP://[::1]:80", "http://[::1]", "an IPv6 host with the default port"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.why);
@@ -370,4 +374,96 @@ TEST(FrameTracker, followsAServersUnmaskedFramesToTheEndOfTheOneInProgress)
     EXPECT_TRUE(tracker.atFrameBoundary());
     EXPECT_EQ(tracker.follow(stream.constData() + first.size(), 5, true), 0);
     EXPECT_EQ(tracker.fault(), FrameTracker::Fault::None);
+}
+
+namespace {
+
+// A masked client frame with `firstByte` (FIN and opcode) and `length` bytes of payload.
+QByteArray frame(char firstByte, int length)
+{
+    QByteArray bytes = frameHeader(quint64(length), true, length < 126 ? 0 : 2) + QByteArray(length, 'x');
+    bytes[0] = firstByte;
+    return bytes;
+}
+
+constexpr char kTextWhole = char(0x81);
+constexpr char kTextFirst = char(0x01);
+constexpr char kContinuationLast = char(0x80);
+constexpr char kPing = char(0x89);
+
+} // namespace
+
+TEST(FrameTracker, refusesTheFrameThatTakesAMessagePastTheLimit)
+{
+    // A message of exactly the limit passes, and the next message counts from nothing.
+    const QByteArray atLimit = frame(kTextWhole, 300) + frame(kTextWhole, 300);
+    FrameTracker fits(true, 300);
+    EXPECT_EQ(fits.follow(atLimit.constData(), atLimit.size()), atLimit.size());
+    EXPECT_EQ(fits.fault(), FrameTracker::Fault::None);
+
+    // One byte more: found at the header's length, before any of its payload is passed on.
+    const QByteArray over = frame(kTextWhole, 301);
+    for (int piece : {1, 3, 100'000}) {
+        FrameTracker tracker(true, 300);
+        EXPECT_LT(followInPieces(tracker, atLimit.left(300 + 8) + over, piece), 300 + 8 + 4) << piece;
+        EXPECT_EQ(tracker.fault(), FrameTracker::Fault::MessageTooLarge) << piece;
+    }
+}
+
+TEST(FrameTracker, addsAMessagesFramesButNotTheControlFramesBetweenThem)
+{
+    // 60 + 40 = 100 bytes of message, with a ping of 100 between: within a limit of 100.
+    const QByteArray fits = frame(kTextFirst, 60) + frame(kPing, 100) + frame(kContinuationLast, 40);
+    FrameTracker tracker(true, 100);
+    EXPECT_EQ(tracker.follow(fits.constData(), fits.size()), fits.size());
+    EXPECT_EQ(tracker.fault(), FrameTracker::Fault::None);
+
+    const QByteArray over = frame(kTextFirst, 60) + frame(kPing, 10) + frame(kContinuationLast, 41);
+    FrameTracker refusing(true, 100);
+    EXPECT_LT(refusing.follow(over.constData(), over.size()), over.size() - 41);
+    EXPECT_EQ(refusing.fault(), FrameTracker::Fault::MessageTooLarge);
+}
+
+TEST(ApprovedOrigin, takesHttpsAndLoopbackHttpOnly)
+{
+    const struct
+    {
+        const char *text;
+        const char *origin;  // empty: refused
+        ApprovedOrigin::Kind kind;
+        const char *why;
+    } rows[] = {
+        {"https://site.example", "https://site.example", ApprovedOrigin::Kind::Https, "a site"},
+        {"HTTPS://Site.Example:443", "https://site.example", ApprovedOrigin::Kind::Https, "normalised"},
+        {"https://site.example:8443", "https://site.example:8443", ApprovedOrigin::Kind::Https, "its own port kept"},
+        {"http://127.0.0.1:8080", "http://127.0.0.1:8080", ApprovedOrigin::Kind::LoopbackHttp, "development"},
+        {"http://localhost:3000", "http://localhost:3000", ApprovedOrigin::Kind::LoopbackHttp, "development"},
+        {"http://[::1]:8080", "http://[::1]:8080", ApprovedOrigin::Kind::LoopbackHttp, "development, IPv6"},
+        {"http://site.example", "", ApprovedOrigin::Kind::Https, "plain http from the network"},
+        {"http://localhost.site.example", "", ApprovedOrigin::Kind::Https, "a loopback name as a prefix"},
+        {"https://site.example/", "https://site.example", ApprovedOrigin::Kind::Https, "a bare slash"},
+        {"https://site.example/app", "", ApprovedOrigin::Kind::Https, "a path"},
+        {" https://site.example", "", ApprovedOrigin::Kind::Https, "blanks around it"},
+        {"site.example", "", ApprovedOrigin::Kind::Https, "no scheme"},
+        {"null", "", ApprovedOrigin::Kind::Https, "the origin of sandboxed pages"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        ApprovedOrigin parsed;
+        QString error;
+        const bool taken = ApprovedOrigin::parse(QString::fromLatin1(row.text), &parsed, &error);
+        EXPECT_EQ(taken, *row.origin != '\0') << qPrintable(error);
+        if (taken) {
+            EXPECT_EQ(parsed.origin, QString::fromLatin1(row.origin));
+            EXPECT_EQ(parsed.kind, row.kind);
+        }
+    }
+    ApprovedOrigin parsed;
+    QString error;
+    EXPECT_FALSE(ApprovedOrigin::parse(QStringLiteral("http://site.example"), &parsed, &error));
+    EXPECT_EQ(error, QStringLiteral("only https origins, or http on 127.0.0.1, localhost or [::1] "
+                                    "for development: \"http://site.example\""));
+    EXPECT_FALSE(ApprovedOrigin::parse(QStringLiteral("https://site.example/app"), &parsed, &error));
+    EXPECT_EQ(error, QStringLiteral("not an origin (scheme://host[:port], nothing after it): "
+                                    "\"https://site.example/app\""));
 }

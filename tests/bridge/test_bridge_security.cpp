@@ -32,6 +32,7 @@ TEST_F(BridgeTest, servesThePageWithStrictHeaders)
         {"/?token=abc", "text/html; charset=utf-8"},
         {"/index.html", "text/html; charset=utf-8"},
         {"/page.js", "text/javascript; charset=utf-8"},
+        {"/zt-key.js", "text/javascript; charset=utf-8"},
         {"/style.css", "text/css; charset=utf-8"},
         {"/qwebchannel.js", "text/javascript; charset=utf-8"},
         {"/favicon.svg", "image/svg+xml"},
@@ -160,10 +161,19 @@ TEST_F(BridgeTest, refusesAWebSocketWithoutTheToken)
     for (const auto &row : rows) {
         SCOPED_TRACE(row.why);
         BridgeClient client(origin());
-        EXPECT_FALSE(client.open(webSocketUrlWithToken(row.token)));
+        // The handshake completes only for the close frame the page's script can read.
+        client.open(webSocketUrlWithToken(row.token));
+        client.sendText(QStringLiteral("{\"type\":3,\"id\":1}"));
+        client.send({{"type", 6}, {"object", "ZtCryptographic"}, {"method", "WebOpenKey"}, {"args", QJsonArray()}});
+        EXPECT_TRUE(client.waitForDisconnected());
+        EXPECT_EQ(int(client.closeCode()), 4401);
+        EXPECT_EQ(client.socket().closeReason(), QStringLiteral("token refused"));
     }
+    // Nothing the pages sent was processed: no object made for them, no call made.
     EXPECT_EQ(bridge->clientCount(), 0);
-    EXPECT_TRUE(logText().contains(QStringLiteral("refused a WebSocket without the right token")));
+    EXPECT_EQ(calls.created, 0);
+    EXPECT_TRUE(fake.calls.isEmpty()) << qPrintable(fake.calls.join(QLatin1Char(',')));
+    EXPECT_EQ(logText().count(QStringLiteral("refused a WebSocket without the right token (4401)")), 4);
     // The right one still gets in, and no token reached the log.
     BridgeClient client(origin());
     EXPECT_TRUE(client.open(webSocketUrl()));

@@ -25,13 +25,8 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(serve.isValid());
-        QByteArray output;
         QString failure;
-        ASSERT_TRUE(serve.runTool({QStringLiteral("keygen"), QStringLiteral("--name"),
-                                   QLatin1String(ServeProcess::kDevice), QStringLiteral("--pin"), kUserPin,
-                                   QStringLiteral("--admin-pin"), QStringLiteral("serve-admin-7731")},
-                                  &output, &failure))
-            << qPrintable(failure);
+        ASSERT_TRUE(serve.makeKey(kUserPin, &failure)) << qPrintable(failure);
     }
 
     ServeProcess serve;

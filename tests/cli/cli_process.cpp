@@ -13,14 +13,45 @@ void CliTest::SetUp()
 {
     ASSERT_TRUE(m_temp.isValid());
     ASSERT_TRUE(m_work.isValid());
+    ASSERT_TRUE(m_config.isValid());
 }
 
-CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> &environment)
+CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> &environment,
+                    const QByteArray &standardInput)
+{
+    return runProgram(QStringLiteral(ZTHOST_PATH), arguments, environment, standardInput);
+}
+
+CliRun CliTest::runWithInput(const QStringList &arguments, const QByteArray &standardInput,
+                             const QHash<QString, QString> &environment)
+{
+    return run(arguments, environment, standardInput);
+}
+
+CliRun CliTest::runAfterShell(const QString &shellCommands, const QStringList &arguments,
+                              const QByteArray &standardInput)
+{
+    return runProgram(QStringLiteral("/bin/sh"),
+                      QStringList{QStringLiteral("-c"),
+                                  shellCommands + QStringLiteral("; exec \"$0\" \"$@\""),
+                                  QStringLiteral(ZTHOST_PATH)}
+                          + arguments,
+                      {}, standardInput);
+}
+
+CliRun CliTest::runProgram(const QString &program, const QStringList &arguments,
+                           const QHash<QString, QString> &environment,
+                           const QByteArray &standardInput)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.remove(QStringLiteral("ZTHOST_PIN"));
     env.remove(QStringLiteral("ZTHOST_NEW_PIN"));
     env.remove(QStringLiteral("ZTHOST_ADMIN_PIN"));
+    // The settings a user may have set must not reach the tests.
+    for (const char *variable :
+         {"ZTHOST_PLUGIN", "ZTHOST_SKF", "ZTHOST_DEVICE", "ZTHOST_DRIVER_PROFILE"})
+        env.remove(QLatin1String(variable));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_config.path());
     env.insert(QStringLiteral("SOFTSKF_ROOT"), m_root.path());
     env.insert(QStringLiteral("TMPDIR"), m_temp.path());
     for (auto it = environment.cbegin(); it != environment.cend(); ++it)
@@ -29,12 +60,14 @@ CliRun CliTest::run(const QStringList &arguments, const QHash<QString, QString> 
     QProcess process;
     process.setProcessEnvironment(env);
     process.setWorkingDirectory(m_work.path());
-    process.start(QStringLiteral(ZTHOST_PATH), arguments);
+    process.start(program, arguments);
     CliRun result;
     if (!process.waitForStarted(kProcessTimeoutMs)) {
         ADD_FAILURE() << "zthost did not start: " << process.errorString().toStdString();
         return result;
     }
+    if (!standardInput.isEmpty())
+        process.write(standardInput);
     process.closeWriteChannel();
     if (!process.waitForFinished(kProcessTimeoutMs)) {
         process.kill();

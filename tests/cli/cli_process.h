@@ -21,8 +21,8 @@ struct CliRun
     QString errText() const { return QString::fromUtf8(err); }
 };
 
-// The zthost command as a process, each test with its own software device root (SOFTSKF_ROOT)
-// and TMPDIR, removed afterwards. The process gets no terminal and no ZTHOST_PIN (nor
+// The zthost command as a process, each test with its own software device root (SOFTSKF_ROOT),
+// TMPDIR and configuration folder (XDG_CONFIG_HOME), removed afterwards. The process gets no terminal and no ZTHOST_PIN (nor
 // ZTHOST_NEW_PIN, ZTHOST_ADMIN_PIN) unless a test
 // sets one, so it never waits for a typed PIN.
 class CliTest : public ::testing::Test
@@ -35,24 +35,45 @@ protected:
 
     void SetUp() override;
 
+    // The line every command that used a key writes on standard error, for a device chosen or
+    // the only one listed.
+    static QByteArray usingDevice(const char *device)
+    {
+        return QByteArray("zthost: using key device \"") + device + "\"\n";
+    }
+
     // Runs zthost with `arguments`; `environment` adds or replaces variables.
     CliRun run(const QStringList &arguments,
-               const QHash<QString, QString> &environment = QHash<QString, QString>());
+               const QHash<QString, QString> &environment = QHash<QString, QString>(),
+               const QByteArray &standardInput = QByteArray());
+    // The same through `sh -c "<shellCommands>; exec zthost ARGUMENTS"`, for limits a test sets
+    // on the process (ulimit).
+    CliRun runAfterShell(const QString &shellCommands, const QStringList &arguments,
+                         const QByteArray &standardInput = QByteArray());
+    // The same with `standardInput` written to the process's standard input (a pipe) first.
+    CliRun runWithInput(const QStringList &arguments, const QByteArray &standardInput,
+                        const QHash<QString, QString> &environment = QHash<QString, QString>());
 
     // A device made in-process with a cheap PIN hash, for tests that are not about keygen.
     void provision(const QString &device, unsigned maxRetries = 6);
     QByteArray storedCertificate(const QString &device) const;
 
     QString root() const { return m_root.path(); }
+    // The configuration file zthost reads unless --config names another.
+    QString configurationFile() const { return m_config.filePath(QStringLiteral("zthost/zthost.conf")); }
     // A path in the test's own work folder.
     QString workFile(const QString &name) const { return m_work.filePath(name); }
     void writeWorkFile(const QString &name, const QByteArray &bytes) const;
     QByteArray readWorkFile(const QString &name) const;
 
 private:
+    CliRun runProgram(const QString &program, const QStringList &arguments,
+                      const QHash<QString, QString> &environment, const QByteArray &standardInput);
+
     SoftKeyRoot m_root;
     QTemporaryDir m_temp;
     QTemporaryDir m_work;
+    QTemporaryDir m_config;
 };
 
 // The fixed messages the plug-in answers from WebGetLastErrorMsg.

@@ -52,7 +52,7 @@ TEST_F(CliEnvelope, encryptThenDecryptGivesTheTextBack)
     const CliRun opened = run({"decrypt", "--pin", kUserPin, "--in", workFile(QStringLiteral("text.txt.env"))});
     ASSERT_EQ(opened.exitCode, 0) << opened.err.constData();
     EXPECT_EQ(opened.out, text);
-    EXPECT_EQ(opened.err, QByteArray());
+    EXPECT_EQ(opened.err, usingDevice("alpha"));
 }
 
 TEST_F(CliEnvelope, encryptThenDecryptGivesAOneMebibyteBinaryFileBack)
@@ -127,7 +127,7 @@ TEST_F(CliEnvelope, pinOptionWinsOverTheEnvironmentAndCostsNoTry)
                               {{QStringLiteral("ZTHOST_PIN"), QLatin1String(kWrongPin)}});
     EXPECT_EQ(opened.exitCode, 0) << opened.err.constData();
     EXPECT_EQ(opened.out, QByteArrayLiteral("option over environment"));
-    EXPECT_EQ(opened.err, QByteArray());
+    EXPECT_EQ(opened.err, usingDevice("alpha"));
     EXPECT_EQ(run({"devices"}).outText(), QStringLiteral("device  application  user PIN tries left\n"
                                                          "alpha   SOFTAPP      6 of 6\n"))
         << "the PIN in the environment was tried";

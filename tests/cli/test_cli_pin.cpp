@@ -9,7 +9,8 @@ const QByteArray kText = QByteArrayLiteral("sealed before the PIN changed\n");
 
 QString incorrect(const char *function, int left, const char *whose)
 {
-    return QStringLiteral("zthost: key device \"alpha\": %1 failed: 0x0A000024 SAR_PIN_INCORRECT "
+    return QStringLiteral("zthost: using key device \"alpha\"\n"
+                          "zthost: key device \"alpha\": %1 failed: 0x0A000024 SAR_PIN_INCORRECT "
                           "(the PIN is wrong), %2 %3 tries left\n")
         .arg(QLatin1String(function))
         .arg(left)
@@ -52,7 +53,7 @@ TEST_F(CliPin, passwdThenTheEnvelopeOpensWithTheNewPinOnly)
     const CliRun changed = run({"passwd", "--pin", kUserPin, "--new-pin", kNewPin});
     ASSERT_EQ(changed.exitCode, 0) << changed.err.constData();
     EXPECT_EQ(changed.outText(), QStringLiteral("changed the user PIN of key device \"alpha\"\n"));
-    EXPECT_EQ(changed.err, QByteArray());
+    EXPECT_EQ(changed.err, usingDevice("alpha"));
     expectNoPinIn(changed);
 
     const CliRun withNew = decrypt(kNewPin);
@@ -92,7 +93,8 @@ TEST_F(CliPin, passwdOnALockedPinPointsToUnblock)
     const CliRun locked = run({"passwd", "--pin", kUserPin, "--new-pin", kNewPin});
     EXPECT_EQ(locked.exitCode, 1);
     EXPECT_EQ(locked.errText(),
-              QStringLiteral("zthost: key device \"alpha\": SKF_ChangePIN failed: 0x0A000025 "
+              QStringLiteral("zthost: using key device \"alpha\"\n"
+                             "zthost: key device \"alpha\": SKF_ChangePIN failed: 0x0A000025 "
                              "SAR_PIN_LOCKED (the PIN is locked after too many wrong tries); "
                              "'zthost unblock' gives it a new value with the administrator PIN\n"));
 }
@@ -134,7 +136,7 @@ TEST_F(CliPin, unblockGivesALockedKeyANewPinAndKeepsEarlierEnvelopes)
     ASSERT_EQ(unblocked.exitCode, 0) << unblocked.err.constData();
     EXPECT_EQ(unblocked.outText(), QStringLiteral("unblocked the user PIN of key device \"alpha\": "
                                                   "new PIN set, all tries back\n"));
-    EXPECT_EQ(unblocked.err, QByteArray());
+    EXPECT_EQ(unblocked.err, usingDevice("alpha"));
     expectNoPinIn(unblocked);
     const CliRun opened = decrypt(kNewPin);
     ASSERT_EQ(opened.exitCode, 0) << opened.err.constData();
@@ -164,7 +166,8 @@ TEST_F(CliPin, wrongAdminPinCountsDownThenLocksEvenTheRightOne)
     const CliRun locked = run({"unblock", "--admin-pin", kAdminPin, "--new-pin", kNewPin});
     EXPECT_EQ(locked.exitCode, 1);
     EXPECT_EQ(locked.errText(),
-              QStringLiteral("zthost: key device \"alpha\": SKF_UnblockPIN failed: 0x0A000025 "
+              QStringLiteral("zthost: using key device \"alpha\"\n"
+                             "zthost: key device \"alpha\": SKF_UnblockPIN failed: 0x0A000025 "
                              "SAR_PIN_LOCKED (the PIN is locked after too many wrong tries)\n"));
     // The user PIN is untouched.
     EXPECT_EQ(decrypt(kUserPin).out, kText);

@@ -2,6 +2,10 @@
 // appears. A PIN being chosen is asked twice, and what is typed is never echoed.
 #include "cli_process.h"
 
+#include "openssl_envelope.h"
+
+#include <QDir>
+
 #include <pty.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -34,8 +38,11 @@ TerminalRun runOnTerminal(const QStringList &arguments, const QString &root, con
     const pid_t child = ::forkpty(&master, nullptr, nullptr, nullptr);
     if (child == 0) {
         ::setenv("SOFTSKF_ROOT", rootPath.c_str(), 1);
-        for (const char *name : {"ZTHOST_PIN", "ZTHOST_NEW_PIN", "ZTHOST_ADMIN_PIN"})
+        for (const char *name : {"ZTHOST_PIN", "ZTHOST_NEW_PIN", "ZTHOST_ADMIN_PIN",
+                                 "ZTHOST_PLUGIN", "ZTHOST_SKF", "ZTHOST_DEVICE"})
             ::unsetenv(name);
+        // A configuration folder that does not exist: no settings of the user's (it is only read).
+        ::setenv("XDG_CONFIG_HOME", (rootPath + "/.no-configuration").c_str(), 1);
         std::vector<char *> argv;
         for (std::string &word : words)
             argv.push_back(word.data());
@@ -138,4 +145,36 @@ TEST_F(CliTerminal, unblockWithTwoDifferentNewPinsChangesNothing)
               std::string::npos)
         << refused.screen;
     EXPECT_EQ(run({"passwd", "--pin", kUserPin, "--new-pin", kTypedNewPin}).exitCode, 0);
+}
+
+TEST_F(CliTerminal, shellAsksForTheOmittedPinWithoutEchoingIt)
+{
+    provision(QStringLiteral("alpha"));
+    const TerminalRun shell = runOnTerminal({"shell"}, root(),
+                                            {{"zthost> ", "WebVerifyPin"},
+                                             {"User PIN: ", kUserPin},
+                                             {"zthost> ", "quit"}});
+    EXPECT_EQ(shell.exitCode, 0) << shell.screen;
+    EXPECT_NE(shell.screen.find("User PIN: \r\ntrue\r\nzthost> "), std::string::npos) << shell.screen;
+    EXPECT_EQ(shell.screen.find(kUserPin), std::string::npos) << "the PIN was echoed";
+}
+
+TEST_F(CliTerminal, batchDecryptTellsEachEnvelopeAsItEnds)
+{
+    provision(QStringLiteral("alpha"));
+    const QByteArray certificate = storedCertificate(QStringLiteral("alpha"));
+    ASSERT_TRUE(QDir(workFile(QString())).mkpath(QStringLiteral("in")));
+    writeWorkFile(QStringLiteral("in/a.b64"),
+                  makeEnvelopeWithOpenSsl(certificate, QByteArrayLiteral("a")).toBase64());
+    writeWorkFile(QStringLiteral("in/b.b64"), QByteArrayLiteral("not an envelope"));
+    const std::string in = workFile(QStringLiteral("in")).toStdString();
+    const TerminalRun batch = runOnTerminal({"decrypt", "--pin", kUserPin, "--in-dir",
+                                             workFile(QStringLiteral("in")), "--out-dir",
+                                             workFile(QStringLiteral("out"))},
+                                            root(), {});
+    EXPECT_EQ(batch.exitCode, 1) << batch.screen;
+    EXPECT_NE(batch.screen.find("[1/2] " + in + "/a.b64  "), std::string::npos) << batch.screen;
+    EXPECT_NE(batch.screen.find("[2/2] " + in + "/b.b64  15 B  failed  "), std::string::npos)
+        << batch.screen;
+    EXPECT_NE(batch.screen.find("1 of 2 envelopes opened"), std::string::npos) << batch.screen;
 }

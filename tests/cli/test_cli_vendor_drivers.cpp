@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 
 namespace {
 
@@ -93,7 +94,7 @@ TEST_F(CliVendorDrivers, keygenCertEncryptDecryptRoundTripThroughAWideDriver)
     const CliRun opened = decrypt(kWide, kUserPin);
     ASSERT_EQ(opened.exitCode, 0) << opened.err.constData();
     EXPECT_EQ(opened.out, kText);
-    EXPECT_EQ(opened.err, QByteArray());
+    EXPECT_EQ(opened.err, usingDevice("alpha"));
 }
 
 TEST_F(CliVendorDrivers, theDetectedWidthIsInTheHostsDebugLog)
@@ -132,8 +133,10 @@ TEST_F(CliVendorDrivers, passwdAndUnblockWorkThroughAWideDriver)
         zthost({"passwd", "--skf", kWide, "--pin", kWrongPin, "--new-pin", kNewPin});
     EXPECT_EQ(wrong.exitCode, 1);
     EXPECT_EQ(wrong.errText(),
-              QStringLiteral("zthost: key device \"alpha\": SKF_ChangePIN failed: 0x0A000024 "
-                             "SAR_PIN_INCORRECT (the PIN is wrong), 5 user PIN tries left\n"));
+              QString::fromUtf8(usingDevice("alpha"))
+                  + QStringLiteral("zthost: key device \"alpha\": SKF_ChangePIN failed: "
+                                   "0x0A000024 SAR_PIN_INCORRECT (the PIN is wrong), 5 user PIN "
+                                   "tries left\n"));
 
     const CliRun changed = zthost({"passwd", "--skf", kWide, "--driver-profile", "wide", "--pin",
                                    kUserPin, "--new-pin", kNewPin});
@@ -145,9 +148,10 @@ TEST_F(CliVendorDrivers, passwdAndUnblockWorkThroughAWideDriver)
                                       "--new-pin", kUserPin});
     EXPECT_EQ(wrongAdmin.exitCode, 1);
     EXPECT_EQ(wrongAdmin.errText(),
-              QStringLiteral("zthost: key device \"alpha\": SKF_UnblockPIN failed: 0x0A000024 "
-                             "SAR_PIN_INCORRECT (the PIN is wrong), 5 administrator PIN tries "
-                             "left\n"));
+              QString::fromUtf8(usingDevice("alpha"))
+                  + QStringLiteral("zthost: key device \"alpha\": SKF_UnblockPIN failed: "
+                                   "0x0A000024 SAR_PIN_INCORRECT (the PIN is wrong), 5 "
+                                   "administrator PIN tries left\n"));
     const CliRun unblocked =
         zthost({"unblock", "--skf", kWide, "--admin-pin", kAdminPin, "--new-pin", kUserPin});
     ASSERT_EQ(unblocked.exitCode, 0) << unblocked.err.constData();
@@ -287,4 +291,25 @@ TEST_F(CliVendorDrivers, aDriverWithoutTheOptionalFunctionsSaysWhichOneEachComma
     const CliRun opened = decrypt(kSparse, kUserPin);
     EXPECT_EQ(opened.exitCode, 0) << opened.err.constData();
     EXPECT_EQ(opened.out, kText);
+}
+
+TEST_F(CliVendorDrivers, configShowsTheProfileAndWhereItCameFromEvenAWrongOne)
+{
+    const QRegularExpression fromVariable(
+        QStringLiteral("^driver-profile +narrow +environment ZTHOST_DRIVER_PROFILE$"),
+        QRegularExpression::MultilineOption);
+    const CliRun shown =
+        zthost({"config"}, {{QStringLiteral("ZTHOST_DRIVER_PROFILE"), QStringLiteral("narrow")}});
+    EXPECT_EQ(shown.exitCode, 0) << shown.err.constData();
+    EXPECT_TRUE(shown.outText().contains(fromVariable)) << shown.out.constData();
+
+    const CliRun set = zthost({"config", "set", "driver-profile", "wide"});
+    ASSERT_EQ(set.exitCode, 0) << set.err.constData();
+    EXPECT_EQ(readWorkFile(QStringLiteral("config/zthost/zthost.conf")),
+              QByteArray("[host]\ndriver-profile=wide\n"));
+    const QRegularExpression fromFile(
+        QStringLiteral("^driver-profile +wide +file %1 \\(host/driver-profile\\)$")
+            .arg(QRegularExpression::escape(workFile(QStringLiteral("config/zthost/zthost.conf")))),
+        QRegularExpression::MultilineOption);
+    EXPECT_TRUE(zthost({"config"}).outText().contains(fromFile));
 }

@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
@@ -17,9 +18,24 @@ struct Recorder
     ULONG failure = SAR_OK;
 };
 
+// A process that loads this driver by path (a real zthost in the command-line tests) arms its
+// failure through the environment: ZT_RECORDING_DRIVER_FAIL="SKF_Decrypt=0x0A000023" makes
+// the first call of that function answer that code.
+Recorder armedFromEnvironment()
+{
+    Recorder r;
+    const char *armed = std::getenv("ZT_RECORDING_DRIVER_FAIL");
+    const char *equals = armed ? std::strchr(armed, '=') : nullptr;
+    if (equals) {
+        r.failingFunction.assign(armed, size_t(equals - armed));
+        r.failure = ULONG(std::strtoul(equals + 1, nullptr, 0));
+    }
+    return r;
+}
+
 Recorder &recorder()
 {
-    static Recorder instance;
+    static Recorder instance = armedFromEnvironment();
     return instance;
 }
 

@@ -20,7 +20,8 @@ struct ZtRecordedCalls
 };
 
 SKF_EXPORT ZtRecordedCalls zt_recorded_calls(void);
-// Starts counting again from nothing; an armed failure is dropped too.
+// Starts counting again from nothing; an armed failure is dropped too. A process that never
+// calls these arms one failure with ZT_RECORDING_DRIVER_FAIL="SKF_Decrypt=0x0A000023".
 SKF_EXPORT void zt_forget_recorded_calls(void);
 // The next call of `function` (e.g. "SKF_OpenApplication") answers `code` without reaching
 // the device.

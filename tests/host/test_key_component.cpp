@@ -31,6 +31,31 @@ TEST_F(KeyComponentTest, countListsEveryDeviceInNameOrder)
     EXPECT_EQ(first->deviceName(), QStringLiteral("alpha"));
 }
 
+TEST_F(KeyComponentTest, aChosenDeviceIsTheOnlyOneShownAndOpened)
+{
+    provision(QStringLiteral("alpha"));
+    provision(QStringLiteral("bravo"));
+    component().setDeviceChoice(QStringLiteral("bravo"));
+    EXPECT_EQ(component().count(), 1);
+    EXPECT_EQ(component().deviceNames(), QStringList({"bravo"}));
+    EXPECT_EQ(component().driverDeviceNames(), QStringList({"alpha", "bravo"}));
+    KeyObject *opened = openFirst();
+    ASSERT_NE(opened, nullptr);
+    EXPECT_EQ(opened->deviceName(), QStringLiteral("bravo"));
+    EXPECT_EQ(component().lastOpenedDevice(), QStringLiteral("bravo"));
+}
+
+TEST_F(KeyComponentTest, aChosenDeviceTheDriverDoesNotListLeavesNoneAndIsLogged)
+{
+    provision(QStringLiteral("alpha"));
+    component().setDeviceChoice(QStringLiteral("zulu"));
+    EXPECT_EQ(component().count(), 0);
+    EXPECT_EQ(component().open(0), nullptr);
+    EXPECT_EQ(component().lastOpenedDevice(), QString());
+    EXPECT_TRUE(logText().contains(
+        QStringLiteral("no key device \"zulu\" among the 1 the driver lists")));
+}
+
 TEST_F(KeyComponentTest, openOutsideTheListAnswersNull)
 {
     provision(QStringLiteral("alpha"));

@@ -8,7 +8,8 @@
 #   build      CPACK CPACK_CONFIG: makes the packages afresh in PACKAGE_DIR
 #   contents   each package holds exactly its files, with its dependencies
 #   zthost     the unpacked zthost finds the plug-in, the driver and the page beside itself, never
-#              in BUILD_DIR: `zthost demo`, then keygen, cert, encrypt and decrypt round trip
+#              in BUILD_DIR: `zthost demo`, then keygen, cert, encrypt and decrypt round trip;
+#              --version names the unpacked files; the manual page and the bash completion work
 #   consumer   CONSUMER_SOURCE CMAKE GENERATOR MAKE CXX: a host project configured with find_package(ZtCryptographic) against the unpacked
 #              development package builds and runs
 set -euo pipefail
@@ -106,10 +107,15 @@ contents)
 usr/lib/libZtCryptographic.so.1.0.0"
   expect_files zthost "usr/bin/zthost
 usr/lib/libztsoftskf.so
+usr/lib/systemd/user/zthost-bridge.service
+usr/share/bash-completion/completions/zthost
+usr/share/man/man1/zthost.1.gz
 usr/share/zthost/web/favicon.svg
 usr/share/zthost/web/index.html
 usr/share/zthost/web/page.js
-usr/share/zthost/web/style.css"
+usr/share/zthost/web/style.css
+usr/share/zthost/web/zt-key.d.ts
+usr/share/zthost/web/zt-key.js"
   expect_files libztcryptographic-dev "usr/include/ZtCryptographic/entry_points.h
 usr/include/ZtCryptographic/zt_cryptographic.h
 usr/include/ZtCryptographic/zt_envelope_data.h
@@ -149,6 +155,11 @@ zthost)
 $demo"
   [ -z "$(ls -A "$work/tmp")" ] || fail "demo left $(ls -A "$work/tmp") in its TMPDIR"
 
+  # The user unit runs the service through the command on systemd's search path.
+  unit=$(cat "$root/usr/lib/systemd/user/zthost-bridge.service")
+  expect_line "$unit" "ExecStart=zthost serve --service"
+  expect_line "$unit" "WantedBy=default.target"
+
   help=$(zthost serve --help)
   grep -qF "The page's folder (default: $root/usr/share/zthost/web)." <<<"$(tr '\n' ' ' <<<"$help" | tr -s ' ')" \
     || fail "serve does not default to the unpacked page:
@@ -163,11 +174,39 @@ $help"
   zthost decrypt --root "$keys" --pin 246810 --in "$files/report.env" \
     --out "$files/report.out" >/dev/null
   cmp "$files/report.txt" "$files/report.out" || fail "the round trip changed the text"
+
+  versions=$(zthost --root "$keys" --version)
+  expect_line "$versions" "zthost $(dpkg-deb -f "$(package zthost)" Version)"
+  expect_line "$versions" "plug-in 1.0.0 (the file name of $root/usr/lib/libZtCryptographic.so.1.0.0)"
+  expect_line "$versions" "driver 1.0, firmware 1.0, manufacturer softskf (SKF_GetDevInfo of key device \"alice\" through $root/usr/lib/libztsoftskf.so)"
+
+  # The manual page: every command zthost lists has its section, defaults as installed.
+  page=$root/usr/share/man/man1/zthost.1.gz
+  for command in demo keygen devices cert encrypt decrypt passwd unblock call serve config; do
+    zcat "$page" | grep -qxF ".SS zthost $command" || fail "the manual page has no section for $command"
+  done
+  zcat "$page" | grep -qF "../lib/libZtCryptographic.so.1 from zthost's folder" \
+    || fail "the manual page does not state the installed plug-in's default"
+  if command -v man >/dev/null; then
+    rendered=$(MANWIDTH=100 man -l "$page" 2>&1) || fail "man cannot render the page: $rendered"
+    grep -qF "zthost decrypt" <<<"$rendered" || fail "the rendered page lacks zthost decrypt"
+  fi
+
+  # The completion, sourced as bash-completion does, completes from the unpacked zthost's help.
+  complete_words() {
+    HOME=$work/home XDG_CONFIG_HOME=$work/home/.config SOFTSKF_ROOT=$keys bash -c '
+      source "$1"; shift
+      COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _zthost; printf "%s\n" "${COMPREPLY[*]}"' \
+      _ "$root/usr/share/bash-completion/completions/zthost" "$root/usr/bin/zthost" "$@"
+  }
+  [ "$(complete_words de)" = "demo devices decrypt" ] || fail "completing de gave: $(complete_words de)"
+  [ "$(complete_words cert --p)" = "--plugin --pem" ] || fail "completing cert --p gave: $(complete_words cert --p)"
+  [ "$(complete_words cert --device "")" = "alice" ] || fail "completing --device gave: $(complete_words cert --device "")"
   for library in usr/lib/libZtCryptographic.so.1 usr/lib/libztsoftskf.so; do
     grep -qF "file=$root/$library [0];  dynamically loaded by" "$work/loads" \
       || fail "the loader never opened $root/$library"
   done
-  echo "unpacked zthost: demo and round trip with the files beside it"
+  echo "unpacked zthost: demo, round trip and versions with the files beside it; manual page and completion"
   ;;
 
 consumer)

@@ -1,64 +1,23 @@
-// The demo page in headless Chromium against a real `zthost serve` on a software key: open the
-// key, a wrong PIN then the right one, read the certificate, open envelopes; a page of another
-// origin cannot connect. Saves a screenshot of the final page.
-//
-// Environment: ZTHOST (the zthost program), ZT_CHROMIUM (default /usr/bin/chromium),
-// ZT_TEST_OUTPUT (folder for the screenshot and the run's files, default the system's temp).
+// The demo page in headless Chromium against a real `zthost serve` (token mode) on a software
+// key: a wrong token told apart, the guided order (open, PIN, then the rest), the busy state, a
+// wrong PIN then the right one, the certificate, envelopes pasted and from files, a file over the
+// bridge's limit stopped before sending with the limit stated, Chinese text marked as such; a
+// page of another origin cannot connect; after a restart the page says its token is refused.
+// Saves a screenshot.
 
-import { chromium } from 'playwright-core';
 import assert from 'node:assert/strict';
-import { spawn, spawnSync } from 'node:child_process';
+import crypto from 'node:crypto';
 import fs from 'node:fs';
 import http from 'node:http';
-import os from 'node:os';
 import path from 'node:path';
-import readline from 'node:readline';
+import {
+  giveUpAfter, kPlaintext, kUserPin, kWrongPin, kWrongPinMessage, launchChromium, makeRun,
+  outputDir, provision, startServe, step, watchProblems,
+} from './bridge_run.mjs';
 
-const kTimeLimitMs = 60_000;
-const kUserPin = 'browser-PIN-3187';
-const kWrongPin = 'browser-WRONG-6402';
-const kWrongPinMessage = '您输入的电子钥匙盘密码错误，请重新输入!';
-const kPlaintext = 'Hello from the envelope — 你好, key.';
-const kChromiumFlags = [
-  '--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-  '--disable-background-networking', '--disable-component-update', '--disable-sync',
-];
-
-const zthost = process.env.ZTHOST;
-const chromiumPath = process.env.ZT_CHROMIUM || '/usr/bin/chromium';
-const outputDir = process.env.ZT_TEST_OUTPUT || os.tmpdir();
-assert.ok(zthost, 'set ZTHOST to the zthost program');
-
-const started = Date.now();
-const step = (text) => console.log(`[${((Date.now() - started) / 1000).toFixed(1)} s] ${text}`);
-setTimeout(() => {
-  console.error(`browser test: still running after ${kTimeLimitMs / 1000} s, giving up`);
-  process.exit(1);
-}, kTimeLimitMs).unref();
-
-const work = fs.mkdtempSync(path.join(outputDir, 'browser-run-'));
-const root = path.join(work, 'root');
-const hostLog = path.join(work, 'host.log');
-const env = { ...process.env, SOFTSKF_ROOT: root, TMPDIR: work };
-delete env.ZTHOST_PIN;
-
-function tool(...args) {
-  const run = spawnSync(zthost, [...args, '--root', root], { env, encoding: 'utf8' });
-  assert.equal(run.status, 0, `zthost ${args.join(' ')} failed: ${run.stderr}`);
-  return run.stdout;
-}
-
-function startServe() {
-  const serve = spawn(zthost, ['serve', '--root', root, '--host-log', hostLog, '-v'],
-                      { env, stdio: ['ignore', 'pipe', 'pipe'] });
-  let stderr = '';
-  serve.stderr.on('data', (chunk) => { stderr += chunk; });
-  const firstLine = new Promise((resolve, reject) => {
-    readline.createInterface({ input: serve.stdout }).once('line', resolve);
-    serve.once('exit', (code) => reject(new Error(`zthost serve ended (${code}): ${stderr}`)));
-  });
-  return { serve, firstLine, stderr: () => stderr };
-}
+giveUpAfter(75_000);
+// Small enough that a test file goes over it, large enough for every envelope the test opens.
+const kMaxMessage = 1024 * 1024;
 
 // A page of another origin: a second server on another port, with its own page.
 function startForeignServer() {
@@ -69,13 +28,15 @@ function startForeignServer() {
   return new Promise((resolve) => server.listen(0, '127.0.0.1', () => resolve(server)));
 }
 
-// Tries a WebSocket from the page's own origin; answers "open" or "refused".
+// Tries a WebSocket from the page's own origin: "open" when the channel's handshake is
+// answered, "refused" when it never opens, else "closed CODE REASON".
 function tryWebSocket(page, url) {
   return page.evaluate((address) => new Promise((resolve) => {
     const socket = new WebSocket(address);
-    socket.onopen = () => { socket.close(); resolve('open'); };
-    socket.onerror = () => resolve('refused');
-    socket.onclose = () => resolve('refused');
+    let opened = false;
+    socket.onopen = () => { opened = true; socket.send('{"type":3,"id":0}'); };
+    socket.onmessage = () => { socket.close(); resolve('open'); };
+    socket.onclose = (event) => resolve(opened ? `closed ${event.code} ${event.reason}` : 'refused');
   }), url);
 }
 
@@ -85,77 +46,96 @@ async function lastAnswer(page, method) {
   return { ok: (await item.getAttribute('class')) === 'ok', text: await item.textContent() };
 }
 
+// Which controls are enabled, by id.
+function enabled(page, ids) {
+  return page.evaluate((list) => list.filter((id) => !document.getElementById(id).disabled), ids);
+}
+const kStepControls = ['open-key', 'pin', 'verify-pin', 'get-cert', 'encode', 'decode'];
+
 async function main() {
   step('provisioning a software key and making envelopes');
-  tool('keygen', '--name', 'browser-device', '--pin', kUserPin, '--admin-pin', 'browser-admin-5510');
-  const certificatePath = path.join(work, 'cert.b64');
-  tool('cert', '--out', certificatePath);
-  const certificate = fs.readFileSync(certificatePath, 'latin1').trim();
-  fs.writeFileSync(path.join(work, 'content.txt'), kPlaintext);
-  const envelopePath = path.join(work, 'envelope.b64');
-  tool('encrypt', '--cert', certificatePath, '--in', path.join(work, 'content.txt'), '--out', envelopePath);
+  const run = makeRun('browser-run');
+  const key = provision(run);
   const binary = Buffer.from([0xff, 0xfe, 0x00, 0x80, 0x81, 0xc3, 0x28]);
-  fs.writeFileSync(path.join(work, 'binary.bin'), binary);
-  const binaryEnvelope = tool('encrypt', '--cert', certificatePath, '--in', path.join(work, 'binary.bin')).trim();
+  const binaryEnvelope = key.encrypt(binary);
+  const largeFile = path.join(run.work, 'large.der');
+  fs.writeFileSync(largeFile, crypto.randomBytes(2 * 1024 * 1024));
 
   step('starting zthost serve');
-  const { serve, firstLine, stderr } = startServe();
-  const pageUrl = new URL(await firstLine);
+  let serve = startServe(run, ['--max-message', String(kMaxMessage)]);
+  const pageUrl = new URL(await serve.firstLine);
   assert.equal(pageUrl.hostname, '127.0.0.1');
   const webSocketUrl = `ws://${pageUrl.host}/bridge${pageUrl.search}`;
   const foreign = await startForeignServer();
 
-  const userDataDir = fs.mkdtempSync(path.join(work, 'chromium-profile-'));
-  const context = await chromium.launchPersistentContext(userDataDir, {
-    executablePath: chromiumPath,
-    headless: true,
-    args: kChromiumFlags,
-    acceptDownloads: true,
-    viewport: { width: 1200, height: 900 },
-  });
+  const context = await launchChromium(run);
   try {
-    const page = context.pages()[0] || await context.newPage();
-    const problems = [];
-    page.on('pageerror', (error) => problems.push(`page error: ${error.message}`));
-    page.on('console', (message) => {
-      if (message.type() === 'error')
-        problems.push(`console: ${message.text()}`);
-    });
+    step('a wrong token is told apart from a bridge that is not there');
+    const refused = await context.newPage();
+    await refused.goto(`http://${pageUrl.host}/?token=not-the-token`);
+    await refused.locator('#connection-state[data-state="refused"]').waitFor();
+    assert.equal(await refused.textContent('#connection-state'), 'token refused');
+    assert.equal(await refused.textContent('#notice'),
+                 'the bridge refused the access token of this address: open the address zthost serve printed when it last started');
+    assert.deepEqual(await enabled(refused, kStepControls), []);
+    await refused.close();
 
-    step('opening the page');
+    const page = context.pages()[0] || await context.newPage();
+    // The page fetches no favicon.ico, but Chromium asks; nothing else may go wrong.
+    const problems = watchProblems(page);
+
+    step('opening the page: only "Open key" is enabled, and the limit is stated');
     await page.goto(pageUrl.href);
     await page.locator('#connection-state[data-state="connected"]').waitFor();
+    assert.equal(await page.getAttribute('html', 'lang'), 'en');
+    assert.deepEqual(await enabled(page, kStepControls), ['open-key']);
+    assert.equal(await page.textContent('#limit-note'),
+                 'Largest envelope: 1,048,476 Base64 characters, about 0.7 MiB of envelope (the bridge takes messages of up to 1,048,576 bytes).');
+    assert.equal(await page.locator('#cert-type').count(), 0, 'no certificate type field');
 
-    step('open key');
+    step('open key, busy while it runs');
+    await page.evaluate(() => {
+      window.busySeen = [];
+      const busy = document.getElementById('busy-state');
+      new MutationObserver(() => window.busySeen.push(
+        [busy.dataset.state, busy.textContent, document.getElementById('open-key').disabled]))
+        .observe(busy, { attributes: true, childList: true });
+    });
     await page.click('#open-key');
     assert.ok((await lastAnswer(page, 'WebOpenKey')).ok);
     await page.locator('#key-state[data-state="opened"]').waitFor();
+    const busySeen = await page.evaluate(() => window.busySeen);
+    assert.deepEqual(busySeen.filter(([state]) => state === 'busy')[0], ['busy', 'WebOpenKey…', true]);
+    assert.deepEqual(busySeen.at(-1), ['idle', 'idle', false]);
+    assert.deepEqual(await enabled(page, kStepControls), ['open-key', 'pin', 'verify-pin']);
 
-    step('a wrong PIN');
+    step('a wrong PIN: its message, marked as Chinese');
     await page.fill('#pin', kWrongPin);
     await page.click('#verify-pin');
-    let answer = await lastAnswer(page, 'WebVerifyPin');
+    const answer = await lastAnswer(page, 'WebVerifyPin');
     assert.equal(answer.ok, false);
-    assert.ok(answer.text.includes(kWrongPinMessage), answer.text);
+    assert.equal(answer.text, `WebVerifyPin failed: false — ${kWrongPinMessage}`);
+    assert.equal(await page.getAttribute('#answers li[data-method="WebVerifyPin"] .message', 'lang'), 'zh-CN');
     assert.equal(await page.inputValue('#pin'), '', 'the PIN field is cleared after the call');
+    assert.deepEqual(await enabled(page, kStepControls), ['open-key', 'pin', 'verify-pin']);
 
-    step('the right PIN');
+    step('the right PIN enables the rest');
     await page.fill('#pin', kUserPin);
     await page.click('#verify-pin');
     await page.locator('#answers li[data-method="WebVerifyPin"].ok').waitFor();
     await page.locator('#key-state[data-state="verified"]').waitFor();
+    assert.deepEqual(await enabled(page, kStepControls), kStepControls);
 
     step('the certificate');
     await page.click('#get-cert');
     await page.locator('#answers li[data-method="WebGetCertData"].ok').waitFor();
-    assert.equal(await page.inputValue('#cert-output'), certificate);
+    assert.equal(await page.inputValue('#cert-output'), key.certificate);
     assert.equal(await page.isEnabled('#copy-cert'), true);
 
     step('the encryption check');
     await page.fill('#encode-source', Buffer.from('check').toString('base64'));
     await page.click('#encode');
-    answer = await lastAnswer(page, 'WebZtEncode');
-    assert.ok(answer.ok, answer.text);
+    assert.ok((await lastAnswer(page, 'WebZtEncode')).ok);
 
     step('an envelope of binary content, pasted');
     await page.fill('#envelope', binaryEnvelope);
@@ -163,29 +143,59 @@ async function main() {
     await page.locator('#answers li[data-method="WebZtDecode"].ok').waitFor();
     await page.locator('#plaintext-download:not([hidden])').waitFor();
     const [download] = await Promise.all([page.waitForEvent('download'), page.click('#plaintext-download')]);
-    const saved = path.join(work, 'downloaded.bin');
+    const saved = path.join(run.work, 'downloaded.bin');
     await download.saveAs(saved);
     assert.deepEqual(fs.readFileSync(saved), binary);
 
-    step('an envelope of text, from a file');
-    await page.setInputFiles('#envelope-file', envelopePath);
-    await page.waitForFunction(() => document.getElementById('envelope').value.length > 0);
+    step('an envelope of text, from a file, never in the text box');
+    await page.setInputFiles('#envelope-file', key.envelopePath);
+    await page.waitForFunction(() => document.getElementById('file-summary').textContent.includes('to send'));
+    assert.equal(await page.inputValue('#envelope'), '');
+    const envelopeChars = fs.readFileSync(key.envelopePath, 'latin1').replace(/\s+/g, '').length;
+    assert.equal(await page.textContent('#file-summary'),
+                 `envelope.b64: ${fs.statSync(key.envelopePath).size.toLocaleString('en')} bytes, ${envelopeChars.toLocaleString('en')} Base64 characters to send.`);
     await page.click('#decode');
     await page.waitForFunction((text) => document.getElementById('plaintext').value === text, kPlaintext);
     assert.equal(await page.isHidden('#plaintext-download'), true);
+
+    step('a file over the limit: said when chosen, stopped before sending');
+    await page.setInputFiles('#envelope-file', largeFile);
+    await page.waitForFunction(() => document.getElementById('file-summary').textContent.includes('to send'));
+    assert.equal(await page.textContent('#file-summary'),
+                 'large.der: 2,097,152 bytes, 2,796,204 Base64 characters to send. That is more than the 1,048,476 the bridge takes: it will not be sent.');
+    assert.equal(await page.inputValue('#envelope'), '');
+    await page.click('#decode');
+    await page.locator('#answers li[data-method="WebZtDecode"].fail').first().waitFor();
+    assert.match((await lastAnswer(page, 'WebZtDecode')).text,
+                 /^WebZtDecode failed — too large: the call is 2,796,2\d\d bytes and the bridge takes at most 1,048,576 \(zthost serve --max-message raises the limit\); nothing was sent$/);
+    assert.equal(await page.getAttribute('#connection-state', 'data-state'), 'connected');
+
+    const screenshot = path.join(outputDir, 'web_bridge_page.png');
+    await page.screenshot({ path: screenshot, fullPage: true });
+    step(`screenshot: ${screenshot}`);
 
     step('last error and close key');
     await page.click('#last-error');
     await lastAnswer(page, 'WebGetLastErrorMsg');
     await page.click('#close-key');
     assert.ok((await lastAnswer(page, 'WebCloseKey')).ok);
+    assert.deepEqual(await enabled(page, kStepControls), ['open-key']);
+
+    step('every Chinese text is marked zh-CN');
+    const unmarked = await page.evaluate(() => {
+      const walker = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
+      const found = [];
+      for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+        if (/[\u3400-\u9fff]/.test(node.data) && node.parentElement.closest('[lang]').lang !== 'zh-CN')
+          found.push(node.data);
+      }
+      return found;
+    });
+    assert.deepEqual(unmarked, []);
 
     const pageText = await page.content();
     assert.ok(!page.url().includes(kUserPin) && !pageText.includes(kUserPin), 'the PIN shows nowhere');
     assert.deepEqual(problems, []);
-    const screenshot = path.join(outputDir, 'web_bridge_page.png');
-    await page.screenshot({ path: screenshot, fullPage: true });
-    step(`screenshot: ${screenshot}`);
 
     step('pages of other origins');
     const other = await context.newPage();
@@ -195,22 +205,35 @@ async function main() {
     assert.equal(await tryWebSocket(other, webSocketUrl), 'refused', 'about:blank has no origin of ours');
     // The bridge's own origin still gets in with the token, and never without.
     assert.equal(await tryWebSocket(page, webSocketUrl), 'open');
-    assert.equal(await tryWebSocket(page, `ws://${pageUrl.host}/bridge`), 'refused');
+    assert.equal(await tryWebSocket(page, `ws://${pageUrl.host}/bridge`), 'closed 4401 token refused');
+
+    step('zthost serve restarts on the same port with a new token: the page says so');
+    await page.evaluate(() => {
+      window.connectionSeen = [];
+      const state = document.getElementById('connection-state');
+      new MutationObserver(() => window.connectionSeen.push(state.dataset.state))
+        .observe(state, { attributes: true, childList: true });
+    });
+    const stderr = await serve.stop();
+    assert.ok(stderr.includes('zthost serve: stopped (SIGTERM)'), stderr);
+    const logs = fs.readFileSync(run.hostLog, 'utf8') + stderr;
+    assert.ok(logs.includes('refused a WebSocket from origin'), 'the refusals are logged');
+    assert.ok(!logs.includes(kUserPin) && !logs.includes(kWrongPin), 'no PIN in the logs');
+    serve = startServe(run, ['--port', pageUrl.port, '--max-message', String(kMaxMessage)]);
+    assert.notEqual(new URL(await serve.firstLine).search, pageUrl.search);
+    await page.locator('#connection-state[data-state="refused"]').waitFor();
+    assert.ok((await page.evaluate(() => window.connectionSeen)).includes('reconnecting'));
+    assert.equal(await page.textContent('#notice'),
+                 'the bridge refused the access token of this address: open the address zthost serve printed when it last started');
+    assert.deepEqual(await enabled(page, kStepControls), []);
   } finally {
     await context.close();
     foreign.close();
   }
 
   step('stopping zthost serve');
-  const exited = new Promise((resolve) => serve.once('exit', (code, signal) => resolve({ code, signal })));
-  serve.kill('SIGTERM');
-  const { code } = await exited;
-  assert.equal(code, 0, stderr());
-  assert.ok(stderr().includes('zthost serve: stopped (SIGTERM)'), stderr());
-  const logs = fs.readFileSync(hostLog, 'utf8') + stderr();
-  assert.ok(logs.includes('refused a WebSocket from origin'), 'the refusals are logged');
-  assert.ok(!logs.includes(kUserPin) && !logs.includes(kWrongPin), 'no PIN in the logs');
-  fs.rmSync(work, { recursive: true, force: true });
+  await serve.stop();
+  fs.rmSync(run.work, { recursive: true, force: true });
   step('passed');
 }
 
