@@ -7,6 +7,10 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 
 namespace {
@@ -312,4 +316,41 @@ TEST_F(CliVendorDrivers, configShowsTheProfileAndWhereItCameFromEvenAWrongOne)
             .arg(QRegularExpression::escape(workFile(QStringLiteral("config/zthost/zthost.conf")))),
         QRegularExpression::MultilineOption);
     EXPECT_TRUE(zthost({"config"}).outText().contains(fromFile));
+}
+
+TEST_F(CliVendorDrivers, doctorAndVersionReadAWideDriverRight)
+{
+    makeDeviceAndEnvelope();
+    const CliRun doctor = zthost({"doctor", "--json", "--skf", kWide});
+    QJsonParseError error{};
+    const QJsonObject document = QJsonDocument::fromJson(doctor.out, &error).object();
+    ASSERT_EQ(error.error, QJsonParseError::NoError) << doctor.out.constData();
+    QJsonObject devices;
+    for (const QJsonValue &check : document.value(QStringLiteral("checks")).toArray()) {
+        if (check.toObject().value(QStringLiteral("name")) == QLatin1String("devices"))
+            devices = check.toObject();
+    }
+    EXPECT_EQ(devices.value(QStringLiteral("outcome")).toString(), QStringLiteral("ok"));
+    EXPECT_EQ(devices.value(QStringLiteral("detail")).toString(),
+              QStringLiteral("\"alpha\": application SOFTAPP, user PIN 6 of 6 tries, containers "
+                             "SM2Container (SM2)"));
+
+    // SKF_GetDevInfo through the driver adapter, its answer read for the driver's width; a set
+    // profile the driver contradicts is refused instead of read.
+    const CliRun version = zthost({"--version", "--skf", kWide});
+    EXPECT_EQ(version.exitCode, 0) << version.out.constData() << version.err.constData();
+    EXPECT_TRUE(version.outText().contains(
+        QStringLiteral("\ndriver 1.0, firmware 1.0, manufacturer softskf (SKF_GetDevInfo of key "
+                       "device \"alpha\" through %1)\n")
+            .arg(QFileInfo(kWide).canonicalFilePath())))
+        << version.out.constData();
+
+    const CliRun refused = zthost({"--version", "--skf", kWide, "--driver-profile", "standard"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_TRUE(refused.outText().contains(
+        QStringLiteral("\ndriver unknown: smart-key driver %1 writes 8-byte ULONG values, but the "
+                       "driver profile is standard (4-byte ULONG): choose the driver profile "
+                       "wide, or auto to detect it\n")
+            .arg(kWide)))
+        << refused.out.constData();
 }
