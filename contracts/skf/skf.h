@@ -39,7 +39,17 @@ typedef signed int INT32;
 typedef unsigned char UINT8;
 typedef unsigned short UINT16;
 typedef unsigned int UINT32;
+#ifdef SKF_WIDE_TYPES
+/*
+ * Test builds only: BOOL and ULONG as `long` and `unsigned long`, 8 bytes on 64-bit Linux, the
+ * way some vendors' headers declare them. The software device is built a second time this way
+ * (ztsoftskf_wide) so the host's driver adapter is tested against a driver of that shape.
+ * Nothing installed is ever built with it.
+ */
+typedef long BOOL;
+#else
 typedef INT32 BOOL;
+#endif
 typedef UINT8 BYTE;
 typedef char CHAR;
 typedef INT16 SHORT;
@@ -50,7 +60,11 @@ typedef INT32 LONG;
  * `unsigned long`, which is 64 bits on LP64 systems: that changes every structure and every
  * `ULONG *` out-parameter, so a driver and a caller built from the two headers do not agree.
  */
+#ifdef SKF_WIDE_TYPES
+typedef unsigned long ULONG;
+#else
 typedef UINT32 ULONG;
+#endif
 typedef UINT32 UINT;
 typedef UINT16 WORD;
 typedef UINT32 DWORD;
@@ -67,13 +81,21 @@ SKF_STATIC_ASSERT(sizeof(INT32) == 4, "INT32 is 32 bits");
 SKF_STATIC_ASSERT(sizeof(UINT8) == 1, "UINT8 is 8 bits");
 SKF_STATIC_ASSERT(sizeof(UINT16) == 2, "UINT16 is 16 bits");
 SKF_STATIC_ASSERT(sizeof(UINT32) == 4, "UINT32 is 32 bits");
+#ifdef SKF_WIDE_TYPES
+SKF_STATIC_ASSERT(sizeof(BOOL) == 8, "wide BOOL is 64 bits: only for 64-bit test builds");
+#else
 SKF_STATIC_ASSERT(sizeof(BOOL) == 4, "BOOL is 32 bits");
+#endif
 SKF_STATIC_ASSERT(sizeof(BYTE) == 1, "BYTE is 8 bits");
 SKF_STATIC_ASSERT(sizeof(CHAR) == 1, "CHAR is 8 bits");
 SKF_STATIC_ASSERT(sizeof(SHORT) == 2, "SHORT is 16 bits");
 SKF_STATIC_ASSERT(sizeof(USHORT) == 2, "USHORT is 16 bits");
 SKF_STATIC_ASSERT(sizeof(LONG) == 4, "LONG is 32 bits");
+#ifdef SKF_WIDE_TYPES
+SKF_STATIC_ASSERT(sizeof(ULONG) == 8, "wide ULONG is 64 bits: only for 64-bit test builds");
+#else
 SKF_STATIC_ASSERT(sizeof(ULONG) == 4, "ULONG is 32 bits, also on 64-bit systems");
+#endif
 SKF_STATIC_ASSERT(sizeof(UINT) == 4, "UINT is 32 bits");
 SKF_STATIC_ASSERT(sizeof(WORD) == 2, "WORD is 16 bits");
 SKF_STATIC_ASSERT(sizeof(DWORD) == 4, "DWORD is 32 bits");
@@ -200,7 +222,8 @@ typedef struct Struct_ECCPRIVATEKEYBLOB {
  * C3 = HASH (SM3, 32 bytes), C2 = Cipher of CipherLen bytes. Cipher[1] stands for a
  * variable-length tail: the wrapped form on the wire is 164 + CipherLen bytes (X 0..63,
  * Y 64..127, HASH 128..159, CipherLen little-endian at 160..163, Cipher from 164), so a
- * 16-byte session key travels as 180 bytes.
+ * 16-byte session key travels as 180 bytes. With SKF_WIDE_TYPES CipherLen takes 160..167 and
+ * Cipher starts at 168.
  */
 typedef struct Struct_ECCCIPHERBLOB {
     BYTE XCoordinate[ECC_MAX_XCOORDINATE_BITS_LEN / 8];
@@ -224,9 +247,21 @@ typedef struct Struct_BLOCKCIPHERPARAM {
 
 #pragma pack(pop)
 
+#ifdef SKF_WIDE_TYPES
+/* Every ULONG field is 4 bytes longer; the structures stay byte-packed. */
+#  define SKF_ECCCIPHERBLOB_HEADER_LEN 168
+SKF_STATIC_ASSERT(sizeof(VERSION) == 2, "VERSION is 2 bytes");
+SKF_STATIC_ASSERT(sizeof(DEVINFO) == 326, "wide DEVINFO is 326 bytes");
+SKF_STATIC_ASSERT(sizeof(RSAPUBLICKEYBLOB) == 276, "wide RSAPUBLICKEYBLOB is 276 bytes");
+SKF_STATIC_ASSERT(sizeof(ECCPUBLICKEYBLOB) == 136, "wide ECCPUBLICKEYBLOB is 136 bytes");
+SKF_STATIC_ASSERT(sizeof(ECCPRIVATEKEYBLOB) == 72, "wide ECCPRIVATEKEYBLOB is 72 bytes");
+SKF_STATIC_ASSERT(sizeof(ECCCIPHERBLOB) == SKF_ECCCIPHERBLOB_HEADER_LEN + 1,
+                  "wide ECCCIPHERBLOB is 168 bytes plus its one-byte cipher placeholder");
+SKF_STATIC_ASSERT(sizeof(ECCSIGNATUREBLOB) == 128, "ECCSIGNATUREBLOB is 128 bytes");
+SKF_STATIC_ASSERT(sizeof(BLOCKCIPHERPARAM) == 56, "wide BLOCKCIPHERPARAM is 56 bytes");
+#else
 /* Wrapped size of an ECCCIPHERBLOB without its cipher bytes. */
-#define SKF_ECCCIPHERBLOB_HEADER_LEN 164
-
+#  define SKF_ECCCIPHERBLOB_HEADER_LEN 164
 SKF_STATIC_ASSERT(sizeof(VERSION) == 2, "VERSION is 2 bytes");
 SKF_STATIC_ASSERT(sizeof(DEVINFO) == 294, "DEVINFO is 294 bytes");
 SKF_STATIC_ASSERT(sizeof(RSAPUBLICKEYBLOB) == 268, "RSAPUBLICKEYBLOB is 268 bytes");
@@ -236,6 +271,7 @@ SKF_STATIC_ASSERT(sizeof(ECCCIPHERBLOB) == SKF_ECCCIPHERBLOB_HEADER_LEN + 1,
                   "ECCCIPHERBLOB is 164 bytes plus its one-byte cipher placeholder");
 SKF_STATIC_ASSERT(sizeof(ECCSIGNATUREBLOB) == 128, "ECCSIGNATUREBLOB is 128 bytes");
 SKF_STATIC_ASSERT(sizeof(BLOCKCIPHERPARAM) == 44, "BLOCKCIPHERPARAM is 44 bytes");
+#endif
 
 /* ---- Result codes ---------------------------------------------------------------------- */
 

@@ -105,11 +105,15 @@ ExitCode runDevices(const QStringList &arguments)
 
     QList<DeviceEntry> entries;
     QStringList problems;
+    QStringList notes;
     QStringList listed;
     QString error;
     // Every device, chosen or not: this is where a user finds the names to choose from.
-    if (!listDevices(host->skfDriverPath, &entries, &problems, &error, &listed))
+    if (!listDevices(host->skfDriverPath, host->driverProfile, &entries, &problems, &notes,
+                     &error, &listed))
         return failed(error);
+    for (const QString &note : qAsConst(notes))
+        printError(note);
     const QString &chosen = host->deviceName;
     if (!chosen.isEmpty() && !listed.contains(chosen))
         return failed(unlistedDeviceText(chosen, host->skfDriverPath, listed));

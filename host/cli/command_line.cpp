@@ -1,5 +1,6 @@
 #include "command_line.h"
 
+#include "configuration_file.h"
 #include "console.h"
 #include "global_options.h"
 
@@ -49,6 +50,16 @@ CommandLine::Parse CommandLine::parse(const QStringList &arguments)
         printLine(helpText());
         return Parse::HelpShown;
     }
+    // `zthost config` shows and changes a value that is no profile; every other command stops.
+    if (m_command == QLatin1String("config"))
+        return Parse::Run;
+    QString error;
+    const std::optional<DriverProfile> profile = resolveDriverProfile(&error);
+    if (!profile) {
+        usageError(error);
+        return Parse::UsageError;
+    }
+    m_driverProfile = *profile;
     return Parse::Run;
 }
 
@@ -70,6 +81,34 @@ SettingResolver CommandLine::settings() const
                            m_parser.value(kConfig));
 }
 
+std::optional<DriverProfile> CommandLine::resolveDriverProfile(QString *error) const
+{
+    const SettingResolver resolver = settings();
+    const SettingValue setting = resolver.resolve(QStringLiteral("driver-profile"));
+    const std::optional<DriverProfile> profile = parseDriverProfile(setting.value);
+    if (profile)
+        return profile;
+    QString where;
+    switch (setting.source) {
+    case SettingSource::Option:
+        where = QStringLiteral("--driver-profile");
+        break;
+    case SettingSource::Environment:
+        where = QStringLiteral("ZTHOST_DRIVER_PROFILE");
+        break;
+    case SettingSource::File:
+        where = QStringLiteral("%1 in %2").arg(ConfigKey::kDriverProfile,
+                                               resolver.configurationPath());
+        break;
+    case SettingSource::Default:
+        where = QStringLiteral("the default driver profile");
+        break;
+    }
+    *error = QStringLiteral("%1 \"%2\" is not one of %3")
+                 .arg(where, setting.value, driverProfileNames().join(QStringLiteral(", ")));
+    return std::nullopt;
+}
+
 bool CommandLine::hostOptions(SessionOptions *options, QString *error) const
 {
     const SettingResolver resolver = settings();
@@ -78,6 +117,7 @@ bool CommandLine::hostOptions(SessionOptions *options, QString *error) const
     options->pluginPath = resolver.resolve(QStringLiteral("plugin")).value;
     options->skfDriverPath = resolver.resolve(QStringLiteral("skf")).value;
     options->deviceName = resolver.resolve(QStringLiteral("device")).value;
+    options->driverProfile = m_driverProfile;
     // SOFTSKF_ROOT, when it decides, is read by the software device itself.
     const SettingValue root = resolver.resolve(QStringLiteral("root"));
     options->softKeyRoot = root.source == SettingSource::Option || root.source == SettingSource::File

@@ -42,7 +42,9 @@ public:
 
     enum class Parse { Run, HelpShown, UsageError };
     // `arguments` are those after the command name. --help prints the help on standard output;
-    // an unknown option or a missing value prints the reason and a hint on standard error.
+    // an unknown option or a missing value prints the reason and a hint on standard error, and
+    // so does a driver profile that is not one, from whichever place it came (except for
+    // `zthost config`, which must still show and change a wrong value).
     Parse parse(const QStringList &arguments);
 
     // The exit code for a Parse that is not Run.
@@ -65,19 +67,25 @@ public:
     // Every setting as this run resolves it (option, environment, file, default).
     SettingResolver settings() const;
     SettingValue setting(const QString &name) const { return settings().resolve(name); }
-    // The session's options from the settings. Fails, with `error` set, only when the
-    // configuration file exists and cannot be read.
+    // The session's options from the settings, with the driver profile parse() checked. Fails,
+    // with `error` set, only when the configuration file exists and cannot be read.
     bool hostOptions(SessionOptions *options, QString *error) const;
     // hostOptions(), printing the error and answering std::nullopt on failure.
     std::optional<SessionOptions> hostOptions() const;
     QString helpText() const;
 
 private:
+    // The driver-profile setting as a profile; empty with `error` naming where the value that is
+    // none came from: "--driver-profile \"narrow\" is not one of auto, standard, wide", or the
+    // same naming ZTHOST_DRIVER_PROFILE or "host/driver-profile in /home/u/.config/zthost/...".
+    std::optional<DriverProfile> resolveDriverProfile(QString *error) const;
+
     QString m_command;
     QString m_synopsis;
     QString m_description;
     QString m_notes;
     QCommandLineParser m_parser;
+    DriverProfile m_driverProfile = DriverProfile::Auto;
 };
 
 } // namespace zthost::cli

@@ -34,14 +34,14 @@ public:
     ~OpenedApplication()
     {
         if (application)
-            skf->CloseApplication(application);
+            skf->closeApplication(application);
         if (device)
-            skf->DisConnectDev(device);
+            skf->disconnectDev(device);
     }
     OpenedApplication(const OpenedApplication &) = delete;
     OpenedApplication &operator=(const OpenedApplication &) = delete;
 
-    const SkfFunctions *skf = nullptr;
+    SkfDriver *skf = nullptr;
     DEVHANDLE device = nullptr;
     HAPPLICATION application = nullptr;
     QString deviceName;
@@ -49,14 +49,14 @@ public:
 
 // The device named `wanted` (else the first one the driver lists) and its first application:
 // the same the host's key component opens for the other commands.
-bool openApplication(const SkfDriver &driver, const QString &wanted, OpenedApplication *opened,
+bool openApplication(SkfDriver &driver, const QString &wanted, OpenedApplication *opened,
                      QString *error)
 {
-    const SkfFunctions &skf = driver.functions();
+    SkfDriver &skf = driver;
     opened->skf = &skf;
     QStringList devices;
     ULONG code = readNameList(
-        [&](LPSTR list, ULONG *size) { return skf.EnumDev(TRUE, list, size); }, &devices);
+        [&](LPSTR list, ULONG *size) { return skf.enumDev(true, list, size); }, &devices);
     if (code != SAR_OK) {
         *error = skfFailureText("SKF_EnumDev", code);
         return false;
@@ -71,7 +71,7 @@ bool openApplication(const SkfDriver &driver, const QString &wanted, OpenedAppli
     }
     opened->deviceName = wanted.isEmpty() ? devices.first() : wanted;
     QByteArray name = opened->deviceName.toUtf8();
-    code = skf.ConnectDev(name.data(), &opened->device);
+    code = skf.connectDev(name.data(), &opened->device);
     if (code != SAR_OK || !opened->device) {
         opened->device = nullptr;
         *error = QStringLiteral("key device \"%1\": %2")
@@ -80,7 +80,7 @@ bool openApplication(const SkfDriver &driver, const QString &wanted, OpenedAppli
     }
     QStringList applications;
     code = readNameList(
-        [&](LPSTR list, ULONG *size) { return skf.EnumApplication(opened->device, list, size); },
+        [&](LPSTR list, ULONG *size) { return skf.enumApplication(opened->device, list, size); },
         &applications);
     if (code != SAR_OK || applications.isEmpty()) {
         *error = QStringLiteral("key device \"%1\": %2")
@@ -90,7 +90,7 @@ bool openApplication(const SkfDriver &driver, const QString &wanted, OpenedAppli
         return false;
     }
     QByteArray application = applications.first().toUtf8();
-    code = skf.OpenApplication(opened->device, application.data(), &opened->application);
+    code = skf.openApplication(opened->device, application.data(), &opened->application);
     if (code != SAR_OK || !opened->application) {
         opened->application = nullptr;
         *error = QStringLiteral("key device \"%1\": %2")
@@ -135,13 +135,11 @@ ExitCode readNewUserPin(const CommandLine &line, Pin *pin)
     return ExitCode::Success;
 }
 
-// Loads the driver; null after printing why.
 // The driver the command line names, with `function` (SKF_ChangePIN or SKF_UnblockPIN) in it;
 // null after printing why not.
 // `host` gets the options the command line resolved.
-template <typename Fn>
-std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, Fn SkfFunctions::*function,
-                                          const char *name, SessionOptions *host)
+std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, SkfFunction function,
+                                          SessionOptions *host)
 {
     QString error;
     if (!line.hostOptions(host, &error)) {
@@ -149,8 +147,9 @@ std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, Fn SkfFunctio
         return nullptr;
     }
     applyToProcess(*host);
-    std::unique_ptr<SkfDriver> driver = SkfDriver::load(host->skfDriverPath, &error);
-    if (driver && !driver->require(driver->functions().*function, name, &error))
+    std::unique_ptr<SkfDriver> driver =
+        SkfDriver::load(host->skfDriverPath, host->driverProfile, &error);
+    if (driver && !driver->require(function, &error))
         driver.reset();
     if (!driver)
         printError(error);
@@ -161,8 +160,8 @@ std::unique_ptr<SkfDriver> loadDriverWith(const CommandLine &line, Fn SkfFunctio
 // hands `call` the first PIN (the current or the administrator one) and the new one as bytes.
 // Every copy is wiped (core/pin_wipe.h) on every path. Answers Success with the driver's code and
 // tries left in `code` and `triesLeft`, or the exit code of a step that stopped the command.
-ExitCode callWithPinPair(const SkfDriver &driver, const CommandLine &line,
-                         const QString &device, Pin &first,
+ExitCode callWithPinPair(SkfDriver &driver, const CommandLine &line, const QString &device,
+                         Pin &first,
                          OpenedApplication *opened, ULONG *code, ULONG *triesLeft,
                          const std::function<ULONG(char *, char *, ULONG *)> &call)
 {
@@ -208,8 +207,7 @@ ExitCode runPasswd(const QStringList &arguments)
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     SessionOptions host;
-    std::unique_ptr<SkfDriver> driver =
-        loadDriverWith(line, &SkfFunctions::ChangePIN, "SKF_ChangePIN", &host);
+    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, SkfFunction::ChangePIN, &host);
     if (!driver)
         return ExitCode::Failure;
 
@@ -223,8 +221,7 @@ ExitCode runPasswd(const QStringList &arguments)
     const ExitCode stopped = callWithPinPair(
         *driver, line, host.deviceName, oldPin, &opened, &code, &triesLeft,
         [&](char *oldBytes, char *newBytes, ULONG *tries) {
-            return driver->functions().ChangePIN(opened.application, USER_TYPE, oldBytes,
-                                                 newBytes, tries);
+            return driver->changePin(opened.application, USER_TYPE, oldBytes, newBytes, tries);
         });
     if (stopped != ExitCode::Success)
         return stopped;
@@ -256,8 +253,7 @@ ExitCode runUnblock(const QStringList &arguments)
     if (!line.positionalArguments().isEmpty())
         return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     SessionOptions host;
-    std::unique_ptr<SkfDriver> driver =
-        loadDriverWith(line, &SkfFunctions::UnblockPIN, "SKF_UnblockPIN", &host);
+    std::unique_ptr<SkfDriver> driver = loadDriverWith(line, SkfFunction::UnblockPIN, &host);
     if (!driver)
         return ExitCode::Failure;
 
@@ -272,8 +268,7 @@ ExitCode runUnblock(const QStringList &arguments)
     const ExitCode stopped = callWithPinPair(
         *driver, line, host.deviceName, adminPin, &opened, &code, &triesLeft,
         [&](char *adminBytes, char *newBytes, ULONG *tries) {
-            return driver->functions().UnblockPIN(opened.application, adminBytes, newBytes,
-                                                  tries);
+            return driver->unblockPin(opened.application, adminBytes, newBytes, tries);
         });
     if (stopped != ExitCode::Success)
         return stopped;

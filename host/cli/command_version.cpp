@@ -12,8 +12,6 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
-#include <cstring>
-
 namespace zthost::cli {
 
 namespace {
@@ -35,28 +33,29 @@ QString pluginVersionLine(const QString &path, bool *known)
     return QStringLiteral("plug-in %1 (the file name of %2)").arg(match.captured(1), real);
 }
 
-QString versionText(const VERSION &version)
+QString versionText(quint8 major, quint8 minor)
 {
-    return QStringLiteral("%1.%2").arg(version.major).arg(version.minor);
+    return QStringLiteral("%1.%2").arg(major).arg(minor);
 }
 
 // A driver has no version of its own in the standard interface; a device's information
 // (SKF_GetDevInfo) carries the version and firmware the driver reports for it.
-QString driverVersionLine(const QString &path, const QString &chosen, bool *known)
+QString driverVersionLine(const QString &path, DriverProfile profile, const QString &chosen,
+                          bool *known)
 {
     QString error;
-    std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, &error);
+    std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, profile, &error);
     if (!driver) {
         *known = false;
         return QStringLiteral("driver unknown: %1").arg(error);
     }
     const QString real = QFileInfo(path).canonicalFilePath();
-    const SkfFunctions &skf = driver->functions();
-    if (!skf.GetDevInfo)
+    SkfDriver &skf = *driver;
+    if (!skf.has(SkfFunction::GetDevInfo))
         return QStringLiteral("driver unknown: %1 has no SKF_GetDevInfo").arg(real);
     QStringList devices;
     const ULONG listed = readNameList(
-        [&](LPSTR list, ULONG *size) { return skf.EnumDev(TRUE, list, size); }, &devices);
+        [&](LPSTR list, ULONG *size) { return skf.enumDev(true, list, size); }, &devices);
     if (listed != SAR_OK)
         return QStringLiteral("driver unknown: %1").arg(skfFailureText("SKF_EnumDev", listed));
     if (!chosen.isEmpty() && !devices.contains(chosen))
@@ -66,27 +65,22 @@ QString driverVersionLine(const QString &path, const QString &chosen, bool *know
     const QString device = chosen.isEmpty() ? devices.first() : chosen;
     QByteArray name = device.toUtf8();
     DEVHANDLE handle = nullptr;
-    ULONG code = skf.ConnectDev(name.data(), &handle);
+    ULONG code = skf.connectDev(name.data(), &handle);
     if (code != SAR_OK || !handle)
         return QStringLiteral("driver unknown: key device \"%1\": %2")
             .arg(device, skfFailureText("SKF_ConnectDev", code));
-    // Room for a DEVINFO whose ULONG fields are 8 bytes wide, as some vendors declare them; the
-    // fields read here all come before the first ULONG, so both layouts place them alike.
-    union {
-        DEVINFO info;
-        unsigned char room[2 * sizeof(DEVINFO)];
-    } answer;
-    std::memset(&answer, 0, sizeof answer);
-    code = skf.GetDevInfo(handle, &answer.info);
-    skf.DisConnectDev(handle);
+    // Laid out for the driver's ULONG width by the adapter (key/driver_structures.h).
+    DeviceInfo info;
+    code = skf.getDevInfo(handle, &info);
+    skf.disconnectDev(handle);
     if (code != SAR_OK)
         return QStringLiteral("driver unknown: key device \"%1\": %2")
             .arg(device, skfFailureText("SKF_GetDevInfo", code));
-    const QString manufacturer = QString::fromUtf8(
-        answer.info.Manufacturer, int(strnlen(answer.info.Manufacturer, sizeof answer.info.Manufacturer)));
+    const QString manufacturer = QString::fromUtf8(info.manufacturer);
     return QStringLiteral("driver %1, firmware %2, manufacturer %3 (SKF_GetDevInfo of key device "
                           "\"%4\" through %5)")
-        .arg(versionText(answer.info.Version), versionText(answer.info.FirmwareVersion),
+        .arg(versionText(info.versionMajor, info.versionMinor),
+             versionText(info.firmwareMajor, info.firmwareMinor),
              manufacturer, device, real);
 }
 
@@ -113,7 +107,8 @@ ExitCode runVersion(const QStringList &arguments)
     bool known = true;
     printLine(QStringLiteral("zthost %1").arg(QLatin1String(ZT_PROJECT_VERSION)));
     printLine(pluginVersionLine(host->pluginPath, &known));
-    printLine(driverVersionLine(host->skfDriverPath, host->deviceName, &known));
+    printLine(
+        driverVersionLine(host->skfDriverPath, host->driverProfile, host->deviceName, &known));
     return known ? ExitCode::Success : ExitCode::Failure;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "key/driver_profile.h"
+
 #include <QList>
 #include <QString>
 
@@ -15,12 +17,15 @@ struct DeviceEntry
     long maxTries = -1;
 };
 
-// Every device the smart-key driver at `driverPath` lists, each with each of its applications
-// (SKF_EnumDev, SKF_ConnectDev, SKF_EnumApplication, SKF_OpenApplication, SKF_GetPINInfo).
-// False with `error` set when the driver cannot be loaded or cannot list its devices; a device
-// that fails to connect is reported in `problems` and the listing goes on. `listed` (when
-// given) gets every device name the driver lists, those that failed to connect too.
-bool listDevices(const QString &driverPath, QList<DeviceEntry> *entries, QStringList *problems,
-                 QString *error, QStringList *listed = nullptr);
+// Every device the smart-key driver at `driverPath` (loaded with `profile`) lists, each with
+// each of its applications (SKF_EnumDev, SKF_ConnectDev, SKF_EnumApplication,
+// SKF_OpenApplication, SKF_GetPINInfo). False with `error` set when the driver cannot be loaded
+// or cannot list its devices; a device that fails to connect is reported in `problems` and the
+// listing goes on. What the driver cannot tell at all goes to `notes`: "smart-key driver /x has
+// no SKF_GetPINInfo: tries left unknown". `listed` (when given) gets every device name the
+// driver lists, those that failed to connect too.
+bool listDevices(const QString &driverPath, DriverProfile profile, QList<DeviceEntry> *entries,
+                 QStringList *problems, QStringList *notes, QString *error,
+                 QStringList *listed = nullptr);
 
 } // namespace zthost::cli

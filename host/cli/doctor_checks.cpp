@@ -145,23 +145,23 @@ const char *containerTypeName(ULONG type)
 // The devices and their containers; the device in use's first SM2 container's encryption
 // certificate in `certificate` (the one the plug-in's WebOpenKey and WebGetCertData take). The
 // device in use is `chosen` (--device and its kin), else the first the driver lists.
-DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByteArray *certificate,
-                         QString *source)
+DoctorCheck checkDevices(const QString &driverPath, DriverProfile profile, const QString &chosen,
+                         QByteArray *certificate, QString *source)
 {
     DoctorCheck check;
     check.name = QStringLiteral("devices");
     QString error;
-    std::unique_ptr<SkfDriver> driver = SkfDriver::load(driverPath, &error);
+    std::unique_ptr<SkfDriver> driver = SkfDriver::load(driverPath, profile, &error);
     if (!driver) {
         check.outcome = CheckOutcome::Failed;
         check.detail = error;
         check.advice = QStringLiteral("see the driver check above");
         return check;
     }
-    const SkfFunctions &skf = driver->functions();
+    SkfDriver &skf = *driver;
     QStringList devices;
     ULONG code = readNameList(
-        [&](LPSTR list, ULONG *size) { return skf.EnumDev(TRUE, list, size); }, &devices);
+        [&](LPSTR list, ULONG *size) { return skf.enumDev(true, list, size); }, &devices);
     if (code != SAR_OK) {
         check.outcome = CheckOutcome::Failed;
         check.detail = skfFailureText("SKF_EnumDev", code);
@@ -196,7 +196,7 @@ DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByte
         const bool isInUse = device == inUse;
         QByteArray name = device.toUtf8();
         DEVHANDLE handle = nullptr;
-        code = skf.ConnectDev(name.data(), &handle);
+        code = skf.connectDev(name.data(), &handle);
         if (code != SAR_OK || !handle) {
             problems << QStringLiteral("\"%1\": %2").arg(device, skfFailureText("SKF_ConnectDev", code));
             entry[QStringLiteral("problem")] = problems.last();
@@ -205,12 +205,12 @@ DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByte
         }
         QStringList applications;
         code = readNameList(
-            [&](LPSTR list, ULONG *size) { return skf.EnumApplication(handle, list, size); },
+            [&](LPSTR list, ULONG *size) { return skf.enumApplication(handle, list, size); },
             &applications);
         HAPPLICATION application = nullptr;
         if (code == SAR_OK && !applications.isEmpty()) {
             QByteArray applicationName = applications.first().toUtf8();
-            code = skf.OpenApplication(handle, applicationName.data(), &application);
+            code = skf.openApplication(handle, applicationName.data(), &application);
         }
         if (!application) {
             problems << QStringLiteral("\"%1\": %2").arg(
@@ -218,16 +218,16 @@ DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByte
                                        : QStringLiteral("holds no application"));
             entry[QStringLiteral("problem")] = problems.last();
             listed.append(entry);
-            skf.DisConnectDev(handle);
+            skf.disconnectDev(handle);
             continue;
         }
         entry[QStringLiteral("application")] = applications.first();
         QString summary = QStringLiteral("\"%1\": application %2").arg(device, applications.first());
-        if (skf.GetPINInfo) {
+        if (skf.has(SkfFunction::GetPINInfo)) {
             ULONG maxTries = 0;
             ULONG triesLeft = 0;
-            BOOL isDefault = FALSE;
-            if (skf.GetPINInfo(application, USER_TYPE, &maxTries, &triesLeft, &isDefault) == SAR_OK) {
+            bool isDefault = false;
+            if (skf.getPinInfo(application, USER_TYPE, &maxTries, &triesLeft, &isDefault) == SAR_OK) {
                 entry[QStringLiteral("triesLeft")] = int(triesLeft);
                 entry[QStringLiteral("maxTries")] = int(maxTries);
                 entry[QStringLiteral("locked")] = triesLeft == 0;
@@ -242,7 +242,7 @@ DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByte
         }
         QStringList containers;
         readNameList(
-            [&](LPSTR list, ULONG *size) { return skf.EnumContainer(application, list, size); },
+            [&](LPSTR list, ULONG *size) { return skf.enumContainer(application, list, size); },
             &containers);
         QJsonArray containerList;
         QStringList containerTexts;
@@ -251,19 +251,19 @@ DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByte
             QByteArray containerName = container.toUtf8();
             HCONTAINER opened = nullptr;
             ULONG type = 0;
-            if (skf.OpenContainer(application, containerName.data(), &opened) != SAR_OK || !opened)
+            if (skf.openContainer(application, containerName.data(), &opened) != SAR_OK || !opened)
                 continue;
-            skf.GetContainerType(opened, &type);
+            skf.getContainerType(opened, &type);
             containerList.append(QJsonObject{{QStringLiteral("name"), container},
                                              {QStringLiteral("type"), QLatin1String(containerTypeName(type))}});
             containerTexts << QStringLiteral("%1 (%2)").arg(container, QLatin1String(containerTypeName(type)));
             if (isInUse && !sm2Found && type == CONTAINER_TYPE_SM2) {
                 sm2Found = true;
                 ULONG size = 0;
-                if (skf.ExportCertificate(opened, FALSE, nullptr, &size) == SAR_OK && size > 0
+                if (skf.exportCertificate(opened, false, nullptr, &size) == SAR_OK && size > 0
                     && size < (1u << 20)) {
                     QByteArray der(int(size), '\0');
-                    if (skf.ExportCertificate(opened, FALSE, reinterpret_cast<BYTE *>(der.data()),
+                    if (skf.exportCertificate(opened, false, reinterpret_cast<BYTE *>(der.data()),
                                               &size) == SAR_OK) {
                         der.truncate(int(size));
                         *certificate = der;
@@ -271,7 +271,7 @@ DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByte
                     }
                 }
             }
-            skf.CloseContainer(opened);
+            skf.closeContainer(opened);
         }
         entry[QStringLiteral("containers")] = containerList;
         summary += containerTexts.isEmpty()
@@ -284,8 +284,8 @@ DoctorCheck checkDevices(const QString &driverPath, const QString &chosen, QByte
         }
         summaries << summary;
         listed.append(entry);
-        skf.CloseApplication(application);
-        skf.DisConnectDev(handle);
+        skf.closeApplication(application);
+        skf.disconnectDev(handle);
     }
     check.facts[QStringLiteral("devices")] = listed;
     check.detail = summaries.join(QLatin1String("; "));
@@ -461,7 +461,8 @@ QList<DoctorCheck> runDoctorChecks(const SessionOptions &options, const QDateTim
     } else {
         QByteArray certificate;
         QString source;
-        checks << checkDevices(driverPath, options.deviceName, &certificate, &source);
+        checks << checkDevices(driverPath, options.driverProfile, options.deviceName, &certificate,
+                              &source);
         if (certificate.isEmpty() && checks.last().outcome == CheckOutcome::Failed)
             checks << skipped(QStringLiteral("certificate"), QStringLiteral("no key device to read it from"));
         else

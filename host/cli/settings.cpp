@@ -4,6 +4,8 @@
 
 #include "bridge/bridge_options.h"
 
+#include "key/driver_profile.h"
+
 #include "session/default_paths.h"
 
 #include <softskf/provision.h>
@@ -28,6 +30,13 @@ const QList<SettingRow> &settingTable()
          QStringLiteral("The key device to use; the driver's other devices are not shown to the "
                         "plug-in."),
          [] { return QString(); }, QStringLiteral("the first device the driver lists")},
+        // Checked where a command line is parsed (CommandLine::parse), so that a value that is no
+        // profile is a usage error whichever place it came from.
+        {QStringLiteral("driver-profile"), QStringLiteral("driver-profile"),
+         QStringLiteral("ZTHOST_DRIVER_PROFILE"), ConfigKey::kDriverProfile, QStringLiteral("NAME"),
+         QStringLiteral("The smart-key driver's type widths: auto (detected), standard (4-byte "
+                        "ULONG and BOOL) or wide (8-byte, as some vendors' headers declare them)."),
+         [] { return driverProfileName(DriverProfile::Auto); }, QString()},
         {QStringLiteral("root"), QStringLiteral("root"), QStringLiteral("SOFTSKF_ROOT"),
          ConfigKey::kRoot, QStringLiteral("DIR"), QStringLiteral("The software device root."),
          [] { return QFile::decodeName(QByteArray::fromStdString(softskf::rootFromEnvironment())); },

@@ -11,29 +11,33 @@ namespace zthost {
 
 namespace {
 
-std::unique_ptr<SkfDriver> loadOrLog(const QString &path, HostLog &log, DriverAnswers *answers)
+std::unique_ptr<SkfDriver> loadOrLog(const QString &path, DriverProfile profile, HostLog &log,
+                                     DriverAnswers *answers)
 {
     QString error;
-    std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, &error);
+    std::unique_ptr<SkfDriver> driver = SkfDriver::load(path, profile, &error);
     if (answers)
         answers->setDriverPath(path);
     if (!driver) {
         log.error(error);
         if (answers)
             answers->recordLoadError(error);
+    } else {
+        log.debug(QStringLiteral("smart-key driver %1: %2").arg(path, driver->widthDescription()));
     }
     return driver;
 }
 
 } // namespace
 
-KeyComponent::KeyComponent(const QString &driverPath, HostLog &log, QObject *parent)
-    : KeyComponent(driverPath, log, nullptr, parent)
+KeyComponent::KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
+                           QObject *parent)
+    : KeyComponent(driverPath, profile, log, nullptr, parent)
 {}
 
-KeyComponent::KeyComponent(const QString &driverPath, HostLog &log,
+KeyComponent::KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
                            std::shared_ptr<DriverAnswers> answers, QObject *parent)
-    : KeyComponent(loadOrLog(driverPath, log, answers.get()), log, parent)
+    : KeyComponent(loadOrLog(driverPath, profile, log, answers.get()), log, parent)
 {
     if (answers)
         m_answers = std::move(answers);
@@ -74,7 +78,7 @@ QStringList KeyComponent::driverDeviceNames()
     if (!m_driver)
         return names;
     const ULONG code = readNameList(
-        [this](LPSTR list, ULONG *size) { return m_driver->functions().EnumDev(TRUE, list, size); },
+        [this](LPSTR list, ULONG *size) { return m_driver->enumDev(true, list, size); },
         &names);
     if (code != SAR_OK) {
         m_log.error(skfFailureText("SKF_EnumDev", code));
@@ -101,7 +105,7 @@ QObject *KeyComponent::open(int index)
     const QString &name = names.at(index);
     QByteArray encodedName = name.toUtf8();
     DEVHANDLE device = nullptr;
-    ULONG code = m_driver->functions().ConnectDev(encodedName.data(), &device);
+    ULONG code = m_driver->connectDev(encodedName.data(), &device);
     if (code != SAR_OK || !device) {
         m_log.error(QStringLiteral("key device \"%1\": %2")
                         .arg(name, skfFailureText("SKF_ConnectDev", code)));
@@ -112,7 +116,7 @@ QObject *KeyComponent::open(int index)
     QStringList applications;
     code = readNameList(
         [this, device](LPSTR list, ULONG *size) {
-            return m_driver->functions().EnumApplication(device, list, size);
+            return m_driver->enumApplication(device, list, size);
         },
         &applications);
     if (code != SAR_OK || applications.isEmpty()) {
@@ -121,19 +125,19 @@ QObject *KeyComponent::open(int index)
                                                   : QStringLiteral("holds no application")));
         if (code != SAR_OK)
             m_answers->recordFailure({name, QStringLiteral("SKF_EnumApplication"), code});
-        m_driver->functions().DisConnectDev(device);
+        m_driver->disconnectDev(device);
         return nullptr;
     }
 
     QByteArray encodedApplication = applications.first().toUtf8();
     HAPPLICATION application = nullptr;
-    code = m_driver->functions().OpenApplication(device, encodedApplication.data(), &application);
+    code = m_driver->openApplication(device, encodedApplication.data(), &application);
     if (code != SAR_OK || !application) {
         m_log.error(
             QStringLiteral("key device \"%1\": %2, application \"%3\"")
                 .arg(name, skfFailureText("SKF_OpenApplication", code), applications.first()));
         m_answers->recordFailure({name, QStringLiteral("SKF_OpenApplication"), code});
-        m_driver->functions().DisConnectDev(device);
+        m_driver->disconnectDev(device);
         return nullptr;
     }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "key/driver_profile.h"
+
 #include <QList>
 #include <QObject>
 #include <QPointer>
@@ -26,12 +28,15 @@ class KeyComponent : public QObject
     Q_OBJECT
 
 public:
-    // Loads the driver at `driverPath`. When that fails the component lists no device, and the
-    // reason goes to `log` once.
-    KeyComponent(const QString &driverPath, HostLog &log, QObject *parent = nullptr);
+    // Loads the driver at `driverPath` with `profile` for its type widths. When that fails the
+    // component lists no device, and the reason goes to `log` once; when it loads, the widths
+    // it was found or set to go to the log's debug lines.
+    KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
+                 QObject *parent = nullptr);
     // The same, recording what the driver answers in `answers` (key/driver_answers.h), which a
     // host keeps to explain the plug-in's failures; null records nowhere.
-    KeyComponent(const QString &driverPath, HostLog &log, std::shared_ptr<DriverAnswers> answers,
+    KeyComponent(const QString &driverPath, DriverProfile profile, HostLog &log,
+                 std::shared_ptr<DriverAnswers> answers,
                  QObject *parent = nullptr);
     // `driver` may be null: no device is listed.
     KeyComponent(std::unique_ptr<SkfDriver> driver, HostLog &log, QObject *parent = nullptr);

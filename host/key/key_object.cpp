@@ -28,10 +28,10 @@ const char *pinKind(bool adminPin)
 
 } // namespace
 
-KeyObject::KeyObject(const SkfDriver &driver, HostLog &log, const QString &deviceName,
+KeyObject::KeyObject(SkfDriver &driver, HostLog &log, const QString &deviceName,
                      DEVHANDLE device, HAPPLICATION application, QObject *parent)
     : QObject(parent),
-      m_skf(driver.functions()),
+      m_driver(driver),
       m_log(log),
       m_deviceName(deviceName),
       m_device(device),
@@ -97,7 +97,9 @@ QStringList KeyObject::enumContainer()
     if (!usable("enumContainer"))
         return names;
     const ULONG code = readNameList(
-        [this](LPSTR list, ULONG *size) { return m_skf.EnumContainer(m_application, list, size); },
+        [this](LPSTR list, ULONG *size) {
+            return m_driver.enumContainer(m_application, list, size);
+        },
         &names);
     if (code != SAR_OK) {
         logFailure("SKF_EnumContainer", code);
@@ -114,7 +116,7 @@ qulonglong KeyObject::openContainer(QString name)
         return open;
     QByteArray encoded = name.toUtf8();
     HCONTAINER container = nullptr;
-    const ULONG code = m_skf.OpenContainer(m_application, encoded.data(), &container);
+    const ULONG code = m_driver.openContainer(m_application, encoded.data(), &container);
     if (code != SAR_OK || !container) {
         logFailure("SKF_OpenContainer", code, QStringLiteral("container \"%1\"").arg(name));
         return 0;
@@ -130,7 +132,7 @@ int KeyObject::getContainerType(qulonglong container)
     if (!knownContainer(container, "getContainerType"))
         return 0;
     ULONG type = 0;
-    const ULONG code = m_skf.GetContainerType(handleFromValue(container), &type);
+    const ULONG code = m_driver.getContainerType(handleFromValue(container), &type);
     if (code != SAR_OK) {
         logFailure("SKF_GetContainerType", code);
         return 0;
@@ -142,7 +144,7 @@ void KeyObject::closeKey(qulonglong key)
 {
     m_keys.remove(key);
     m_keyOrder.removeOne(key);
-    const ULONG code = m_skf.CloseHandle(handleFromValue(key));
+    const ULONG code = m_driver.closeHandle(handleFromValue(key));
     if (code != SAR_OK)
         logFailure("SKF_CloseHandle", code);
 }
@@ -161,7 +163,7 @@ void KeyObject::closeContainer(qulonglong container)
     closeKeysOf(container);
     m_containers.remove(container);
     m_containerByName.remove(m_containerByName.key(container));
-    const ULONG code = m_skf.CloseContainer(handleFromValue(container));
+    const ULONG code = m_driver.closeContainer(handleFromValue(container));
     if (code != SAR_OK)
         logFailure("SKF_CloseContainer", code);
 }
@@ -170,10 +172,9 @@ QByteArray KeyObject::exportCertificate(qulonglong container, bool signFlag)
 {
     if (!knownContainer(container, "exportCertificate"))
         return QByteArray();
-    const BOOL sign = signFlag ? TRUE : FALSE;
     const char *which = signFlag ? "signing certificate" : "encryption certificate";
     ULONG size = 0;
-    ULONG code = m_skf.ExportCertificate(handleFromValue(container), sign, nullptr, &size);
+    ULONG code = m_driver.exportCertificate(handleFromValue(container), signFlag, nullptr, &size);
     if (code != SAR_OK) {
         logFailure("SKF_ExportCertificate", code, QLatin1String(which));
         return QByteArray();
@@ -186,8 +187,8 @@ QByteArray KeyObject::exportCertificate(qulonglong container, bool signFlag)
     }
     QByteArray certificate(int(size), '\0');
     ULONG filled = size;
-    code = m_skf.ExportCertificate(handleFromValue(container), sign,
-                                   reinterpret_cast<BYTE *>(certificate.data()), &filled);
+    code = m_driver.exportCertificate(handleFromValue(container), signFlag,
+                                      reinterpret_cast<BYTE *>(certificate.data()), &filled);
     if (code != SAR_OK) {
         logFailure("SKF_ExportCertificate", code, QLatin1String(which));
         return QByteArray();
@@ -203,8 +204,8 @@ bool KeyObject::verifyPin(QString pin, bool adminPin)
     QByteArray encoded = pin.toUtf8();
     wipePin(pin);
     ULONG triesLeft = 0;
-    const ULONG code = m_skf.VerifyPIN(m_application, adminPin ? ADMIN_TYPE : USER_TYPE,
-                                       encoded.data(), &triesLeft);
+    const ULONG code = m_driver.verifyPin(m_application, adminPin ? ADMIN_TYPE : USER_TYPE,
+                                          encoded.data(), &triesLeft);
     // The PIN goes no further than the driver (core/pin_wipe.h).
     wipePin(encoded);
     if (code == SAR_OK)
@@ -237,14 +238,14 @@ void KeyObject::releaseEverything()
     if (!m_device)
         return;
     for (auto it = m_keys.cbegin(); it != m_keys.cend(); ++it) {
-        const ULONG code = m_skf.CloseHandle(handleFromValue(it.key()));
+        const ULONG code = m_driver.closeHandle(handleFromValue(it.key()));
         if (code != SAR_OK)
             logFailure("SKF_CloseHandle", code);
     }
     m_keys.clear();
     m_keyOrder.clear();
     for (qulonglong container : qAsConst(m_containers)) {
-        const ULONG code = m_skf.CloseContainer(handleFromValue(container));
+        const ULONG code = m_driver.closeContainer(handleFromValue(container));
         if (code != SAR_OK)
             logFailure("SKF_CloseContainer", code);
     }
@@ -253,13 +254,13 @@ void KeyObject::releaseEverything()
 
     // Each step is tried even when an earlier one failed: a removed device still has a
     // connection in the driver to let go of.
-    ULONG code = m_skf.ClearSecureState(m_application);
+    ULONG code = m_driver.clearSecureState(m_application);
     if (code != SAR_OK)
         logFailure("SKF_ClearSecureState", code);
-    code = m_skf.CloseApplication(m_application);
+    code = m_driver.closeApplication(m_application);
     if (code != SAR_OK)
         logFailure("SKF_CloseApplication", code);
-    code = m_skf.DisConnectDev(m_device);
+    code = m_driver.disconnectDev(m_device);
     if (code != SAR_OK)
         logFailure("SKF_DisConnectDev", code);
     m_application = nullptr;
@@ -290,10 +291,14 @@ qulonglong KeyObject::importSessionKey(qulonglong container, qulonglong algId, Q
                        .arg(algId, 0, 16));
         return 0;
     }
+    QString unknownWidth;
+    if (!m_driver.structureWidth(&unknownWidth)) {
+        logRefusal("importSessionKey", unknownWidth);
+        return 0;
+    }
     HANDLE key = nullptr;
-    const ULONG code
-        = m_skf.ImportSessionKey(handleFromValue(container), ULONG(algId),
-                                 reinterpret_cast<BYTE *>(blob.data()), ULONG(blobLen), &key);
+    const ULONG code = m_driver.importSessionKey(handleFromValue(container), ULONG(algId),
+                                                 blob.left(int(blobLen)), &key);
     if (code != SAR_OK || !key) {
         logFailure("SKF_ImportSessionKey", code,
                    QStringLiteral("algorithm 0x%1, %2-byte blob").arg(algId, 0, 16).arg(blobLen));
@@ -317,7 +322,11 @@ bool KeyObject::decryptInit(qulonglong key, QByteArray param)
         logRefusal("decryptInit", error);
         return false;
     }
-    const ULONG code = m_skf.DecryptInit(handleFromValue(key), *decoded);
+    if (!m_driver.structureWidth(&error)) {
+        logRefusal("decryptInit", error);
+        return false;
+    }
+    const ULONG code = m_driver.decryptInit(handleFromValue(key), *decoded);
     if (code != SAR_OK) {
         logFailure("SKF_DecryptInit", code);
         return false;
@@ -338,7 +347,7 @@ QByteArray KeyObject::decrypt(qulonglong key, QByteArray data, qulonglong len)
     // shares the array: a whole content's worth of memory and time for nothing.
     BYTE *input = const_cast<BYTE *>(reinterpret_cast<const BYTE *>(data.constData()));
     ULONG size = 0;
-    ULONG code = m_skf.Decrypt(handleFromValue(key), input, ULONG(len), nullptr, &size);
+    ULONG code = m_driver.decrypt(handleFromValue(key), input, ULONG(len), nullptr, &size);
     if (code != SAR_OK) {
         logFailure("SKF_Decrypt", code, QStringLiteral("size query for %1 bytes").arg(len));
         return QByteArray();
@@ -351,8 +360,8 @@ QByteArray KeyObject::decrypt(qulonglong key, QByteArray data, qulonglong len)
     // One spare byte keeps the buffer pointer valid when the driver announces an empty result.
     QByteArray plaintext(int(size) + 1, '\0');
     ULONG filled = size;
-    code = m_skf.Decrypt(handleFromValue(key), input, ULONG(len),
-                         reinterpret_cast<BYTE *>(plaintext.data()), &filled);
+    code = m_driver.decrypt(handleFromValue(key), input, ULONG(len),
+                            reinterpret_cast<BYTE *>(plaintext.data()), &filled);
     if (code != SAR_OK) {
         logFailure("SKF_Decrypt", code, QStringLiteral("%1 bytes").arg(len));
         return QByteArray();

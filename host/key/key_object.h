@@ -16,7 +16,6 @@ namespace zthost {
 class DriverAnswers;
 class HostLog;
 class SkfDriver;
-struct SkfFunctions;
 
 // One opened key device: a connected device and its first application. The plug-in calls these
 // methods by name; each name is declared once, with the types the plug-in passes.
@@ -33,7 +32,7 @@ class KeyObject : public QObject
     Q_OBJECT
 
 public:
-    KeyObject(const SkfDriver &driver, HostLog &log, const QString &deviceName, DEVHANDLE device,
+    KeyObject(SkfDriver &driver, HostLog &log, const QString &deviceName, DEVHANDLE device,
               HAPPLICATION application, QObject *parent = nullptr);
     // Releases what is still open, as close() does.
     ~KeyObject() override;
@@ -64,10 +63,12 @@ public:
     static constexpr int kSessionKeysKept = 8;
 
     // Unwraps the first `blobLen` bytes of `blob` as a session key; its handle, or 0. Refuses a
-    // length past the array or beyond 32 bits, and an algorithm beyond 32 bits.
+    // length past the array or beyond 32 bits, an algorithm beyond 32 bits, and a driver whose
+    // ULONG width is not known (the blob is laid out for it: key/driver_structures.h).
     Q_INVOKABLE qulonglong importSessionKey(qulonglong container, qulonglong algId, QByteArray blob,
                                             qulonglong blobLen);
-    // `param` is the 44-byte block-cipher record; any other size answers false.
+    // `param` is the 44-byte block-cipher record; any other size answers false, and so does a
+    // driver whose ULONG width is not known (the record is laid out for it).
     Q_INVOKABLE bool decryptInit(qulonglong key, QByteArray param);
     // Decrypts the first `len` bytes of `data`; the plaintext at its real length, empty on
     // failure (and for an empty plaintext).
@@ -84,7 +85,7 @@ private:
     void closeKey(qulonglong key);
     void releaseEverything();
 
-    const SkfFunctions &m_skf;
+    SkfDriver &m_driver;
     HostLog &m_log;
     std::shared_ptr<DriverAnswers> m_answers;
     QString m_deviceName;

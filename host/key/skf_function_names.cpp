@@ -5,7 +5,8 @@ namespace zthost {
 const QList<SkfFunctionName> &standardSkfFunctions()
 {
     using U = SkfFunctionUse;
-    // The Needed ones are those SkfDriver::load resolves; keep both in step.
+    // The Needed ones are the required SkfFunction values (key/skf_driver.h), which
+    // SkfDriver::load insists on; keep both in step.
     static const QList<SkfFunctionName> names = {
         {"SKF_WaitForDevEvent", U::Unused},
         {"SKF_CancelWaitForDevEvent", U::Unused},

@@ -40,6 +40,7 @@ std::unique_ptr<HostSession> HostSession::start(const SessionOptions &options, Q
     session->m_driverAnswers->setDriverPath(components.skfDriverPath);
     components.driverAnswers = session->m_driverAnswers;
     components.deviceName = options.deviceName;
+    components.driverProfile = options.driverProfile;
     registerStandardComponents(*session->m_core, components);
 
     // dlopen's own text for a missing file is terse; name the path and say it is not there.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "key/driver_profile.h"
+
 #include <QString>
 
 namespace zthost {
@@ -14,6 +16,8 @@ struct SessionOptions
 {
     QString pluginPath;
     QString skfDriverPath;
+    // The widths of the driver's ULONG and BOOL (key/driver_profile.h); Auto detects them.
+    DriverProfile driverProfile = DriverProfile::Auto;
     // The one key device the key component shows the plug-in, by the driver's name for it;
     // empty: every device the driver lists.
     QString deviceName;

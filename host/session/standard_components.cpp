@@ -24,10 +24,11 @@ void registerStandardComponents(HostCore &core, const StandardComponentOptions &
         = options.skfDriverPath.isEmpty() ? defaultSkfDriverPath() : options.skfDriverPath;
     const std::shared_ptr<DriverAnswers> answers = options.driverAnswers;
     const QString deviceName = options.deviceName;
+    const DriverProfile profile = options.driverProfile;
     core.registerComponent(
         QLatin1String(kKeyProgId), QLatin1String(kKeyClassId), HostCore::Lifetime::Shared,
-        [host, driverPath, answers, deviceName] {
-            auto *key = new KeyComponent(driverPath, host->log(), answers);
+        [host, driverPath, profile, answers, deviceName] {
+            auto *key = new KeyComponent(driverPath, profile, host->log(), answers);
             key->setDeviceChoice(deviceName);
             return key;
         });

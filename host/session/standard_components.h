@@ -1,5 +1,7 @@
 #pragma once
 
+#include "key/driver_profile.h"
+
 #include <QString>
 
 #include <memory>
@@ -13,6 +15,7 @@ struct StandardComponentOptions
 {
     // The smart-key driver the key component loads; empty for defaultSkfDriverPath().
     QString skfDriverPath;
+    DriverProfile driverProfile = DriverProfile::Auto;
     // Where the key component records what its driver answers; null: nowhere a caller reads.
     std::shared_ptr<DriverAnswers> driverAnswers;
     // The only device the key component lists; empty for all of them.

@@ -11,8 +11,8 @@ namespace softskf::cipher_blob {
 Status toSm2Der(const unsigned char *blob, std::size_t size, std::vector<unsigned char> *der)
 {
     const ByteView view(blob, size);
-    std::uint32_t cipherLength = 0;
-    if (!view.u32le(kCipherLengthOffset, &cipherLength) || size < kHeaderLength)
+    std::uint64_t cipherLength = 0;
+    if (size < kHeaderLength || !view.uintLe(kCipherLengthOffset, kCipherLengthLength, &cipherLength))
         return Status::failure(SAR_INDATALENERR,
                                "blob is " + std::to_string(size) + " bytes, expected at least "
                                    + std::to_string(kHeaderLength + 1));

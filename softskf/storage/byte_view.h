@@ -43,6 +43,18 @@ public:
         return true;
     }
 
+    // A little-endian unsigned number of `length` bytes (1 to 8).
+    bool uintLe(std::size_t offset, std::size_t length, std::uint64_t *out) const
+    {
+        if (length == 0 || length > 8 || !contains(offset, length))
+            return false;
+        std::uint64_t value = 0;
+        for (std::size_t i = length; i-- > 0;)
+            value = value << 8 | data_[offset + i];
+        *out = value;
+        return true;
+    }
+
     bool copyTo(std::size_t offset, std::size_t length, unsigned char *out) const
     {
         if (!contains(offset, length))

@@ -48,7 +48,8 @@ CliRun CliTest::runProgram(const QString &program, const QStringList &arguments,
     env.remove(QStringLiteral("ZTHOST_NEW_PIN"));
     env.remove(QStringLiteral("ZTHOST_ADMIN_PIN"));
     // The settings a user may have set must not reach the tests.
-    for (const char *variable : {"ZTHOST_PLUGIN", "ZTHOST_SKF", "ZTHOST_DEVICE"})
+    for (const char *variable :
+         {"ZTHOST_PLUGIN", "ZTHOST_SKF", "ZTHOST_DEVICE", "ZTHOST_DRIVER_PROFILE"})
         env.remove(QLatin1String(variable));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_config.path());
     env.insert(QStringLiteral("SOFTSKF_ROOT"), m_root.path());

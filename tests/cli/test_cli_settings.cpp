@@ -55,11 +55,14 @@ TEST_F(CliSettings, configShowsEverySettingWithItsDefaultAndTheFileToCome)
     const CliRun shown = run({"config"});
     ASSERT_EQ(shown.exitCode, 0) << shown.err.constData();
     const QMap<QString, Shown> table = configTable(shown.outText());
-    EXPECT_EQ(table.keys(), (QStringList{"device", "origins", "plugin", "port", "root", "skf"}));
+    EXPECT_EQ(table.keys(), (QStringList{"device", "driver-profile", "origins", "plugin", "port",
+                                         "root", "skf"}));
     EXPECT_EQ(table.value("plugin").value, QStringLiteral(ZT_PLUGIN_PATH));
     EXPECT_EQ(table.value("plugin").from, QStringLiteral("default"));
     EXPECT_TRUE(table.value("skf").value.endsWith(QLatin1String("/libztsoftskf.so")));
     EXPECT_EQ(table.value("device").value, QStringLiteral("(none)"));
+    EXPECT_EQ(table.value("driver-profile").value, QStringLiteral("auto"));
+    EXPECT_EQ(table.value("driver-profile").from, QStringLiteral("default"));
     EXPECT_EQ(table.value("port").value, QStringLiteral("19731"));
     EXPECT_EQ(table.value("origins").value, QStringLiteral("(none)"));
     // The test sets SOFTSKF_ROOT, the software device root's own variable.
@@ -174,7 +177,8 @@ TEST_F(CliSettings, configSetAndUnsetWriteTheFileByNameOrKey)
     EXPECT_EQ(unknown.exitCode, 2);
     EXPECT_EQ(unknown.errText(),
               QStringLiteral("zthost config: no setting \"colour\"; the file holds host/plugin, "
-                             "host/skf, host/device, host/root, bridge/port, bridge/origins\n"
+                             "host/skf, host/device, host/driver-profile, host/root, bridge/port, "
+                             "bridge/origins\n"
                              "Try 'zthost config --help'.\n"));
     EXPECT_EQ(run({"config", "set", "device"}).exitCode, 2);
 }

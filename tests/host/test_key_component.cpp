@@ -78,7 +78,7 @@ TEST_F(KeyComponentTest, unloadableDriverListsNothingAndSaysWhy)
 {
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("libmissing.so"));
-    KeyComponent keys(path, log);
+    KeyComponent keys(path, DriverProfile::Auto, log);
     EXPECT_EQ(keys.driver(), nullptr);
     EXPECT_EQ(keys.count(), 0);
     EXPECT_EQ(keys.open(0), nullptr);
@@ -91,7 +91,8 @@ TEST_F(KeyComponentTest, driverWithoutTheFunctionsIsNamedBySymbol)
 {
     // The host library of this test is a shared object with none of the SKF_* functions.
     QString error;
-    EXPECT_EQ(SkfDriver::load(QStringLiteral(ZT_NOT_A_DRIVER_PATH), &error), nullptr);
+    EXPECT_EQ(SkfDriver::load(QStringLiteral(ZT_NOT_A_DRIVER_PATH), DriverProfile::Auto, &error),
+              nullptr);
     EXPECT_EQ(error, QStringLiteral("symbol SKF_EnumDev missing in smart-key driver %1")
                          .arg(QStringLiteral(ZT_NOT_A_DRIVER_PATH)));
 }
@@ -100,19 +101,19 @@ TEST_F(KeyComponentTest, pinManagementFunctionsAreOptionalAndNamedWhenMissing)
 {
     QString error;
     const std::unique_ptr<SkfDriver> soft =
-        SkfDriver::load(QStringLiteral(ZT_SOFTSKF_DRIVER_PATH), &error);
+        SkfDriver::load(QStringLiteral(ZT_SOFTSKF_DRIVER_PATH), DriverProfile::Auto, &error);
     ASSERT_NE(soft, nullptr) << error.toStdString();
-    EXPECT_NE(soft->functions().ChangePIN, nullptr);
-    EXPECT_NE(soft->functions().UnblockPIN, nullptr);
-    EXPECT_TRUE(soft->require(soft->functions().ChangePIN, "SKF_ChangePIN", &error));
+    EXPECT_TRUE(soft->has(SkfFunction::ChangePIN));
+    EXPECT_TRUE(soft->has(SkfFunction::UnblockPIN));
+    EXPECT_TRUE(soft->require(SkfFunction::ChangePIN, &error));
 
     // The recording driver passes on only what the key component needs.
     const std::unique_ptr<SkfDriver> recording =
-        SkfDriver::load(QStringLiteral(ZT_RECORDING_DRIVER_PATH), &error);
+        SkfDriver::load(QStringLiteral(ZT_RECORDING_DRIVER_PATH), DriverProfile::Auto, &error);
     ASSERT_NE(recording, nullptr) << error.toStdString();
-    EXPECT_EQ(recording->functions().ChangePIN, nullptr);
-    EXPECT_EQ(recording->functions().UnblockPIN, nullptr);
-    EXPECT_FALSE(recording->require(recording->functions().UnblockPIN, "SKF_UnblockPIN", &error));
+    EXPECT_FALSE(recording->has(SkfFunction::ChangePIN));
+    EXPECT_FALSE(recording->has(SkfFunction::UnblockPIN));
+    EXPECT_FALSE(recording->require(SkfFunction::UnblockPIN, &error));
     EXPECT_EQ(error, QStringLiteral("smart-key driver %1 has no SKF_UnblockPIN")
                          .arg(QStringLiteral(ZT_RECORDING_DRIVER_PATH)));
 }

@@ -12,7 +12,7 @@ namespace {
 std::unique_ptr<KeyComponent> componentWith(const QString &driver, HostLog &log,
                                             const std::shared_ptr<DriverAnswers> &answers)
 {
-    return std::make_unique<KeyComponent>(driver, log, answers);
+    return std::make_unique<KeyComponent>(driver, DriverProfile::Auto, log, answers);
 }
 } // namespace
 

@@ -111,12 +111,22 @@ TEST(BlockCipherRecord, faultyRecordsAreRefusedWithTheReason)
     }
 }
 
-class SessionKeyTest : public KeyComponentTest
+// The same road on the software device built twice: with the standard's 4-byte ULONG and BOOL,
+// and with 8-byte ones as some vendors' headers declare them. The host lays out the session-key
+// blob and the block-cipher record for whichever it finds.
+struct DriverCase
+{
+    const char *name;
+    const char *path;
+};
+
+class SessionKeyTest : public KeyComponentTest, public ::testing::WithParamInterface<DriverCase>
 {
 protected:
     void SetUp() override
     {
         KeyComponentTest::SetUp();
+        useDriver(QString::fromLatin1(GetParam().path));
         provision(QStringLiteral("alpha"));
         key = openFirst();
         ASSERT_NE(key, nullptr);
@@ -139,7 +149,7 @@ protected:
     QByteArray wrapped;
 };
 
-TEST_F(SessionKeyTest, lengthsPastTheBlobAreRefused)
+TEST_P(SessionKeyTest, lengthsPastTheBlobAreRefused)
 {
     struct Row
     {
@@ -164,7 +174,7 @@ TEST_F(SessionKeyTest, lengthsPastTheBlobAreRefused)
     }
 }
 
-TEST_F(SessionKeyTest, shorterLengthHandsOnlyThosePrefixBytesToTheDriver)
+TEST_P(SessionKeyTest, shorterLengthHandsOnlyThosePrefixBytesToTheDriver)
 {
     // 179 of the 180 bytes: the driver sees a truncated blob and refuses it.
     EXPECT_EQ(key->importSessionKey(container, kSm4Ecb, wrapped, 179), 0u);
@@ -172,7 +182,7 @@ TEST_F(SessionKeyTest, shorterLengthHandsOnlyThosePrefixBytesToTheDriver)
         << logText().toStdString();
 }
 
-TEST_F(SessionKeyTest, decryptsWhatOpenSslEncrypted)
+TEST_P(SessionKeyTest, decryptsWhatOpenSslEncrypted)
 {
     const QByteArray plaintext = QByteArrayLiteral("seventeen bytes!!");
     const QByteArray ciphertext = sm4EcbEncrypt(sessionKey, plaintext);
@@ -184,7 +194,7 @@ TEST_F(SessionKeyTest, decryptsWhatOpenSslEncrypted)
     EXPECT_EQ(key->decrypt(handle, ciphertext, qulonglong(ciphertext.size())), plaintext);
 }
 
-TEST_F(SessionKeyTest, paddingTypeIsReadFromItsOffset)
+TEST_P(SessionKeyTest, paddingTypeIsReadFromItsOffset)
 {
     const QByteArray plaintext = QByteArrayLiteral("sixteen bytes!!!");
     const QByteArray ciphertext = sm4EcbEncrypt(sessionKey, plaintext); // a whole padding block
@@ -196,7 +206,7 @@ TEST_F(SessionKeyTest, paddingTypeIsReadFromItsOffset)
               plaintext + QByteArray(16, '\x10'));
 }
 
-TEST_F(SessionKeyTest, decryptLengthPastTheDataIsRefused)
+TEST_P(SessionKeyTest, decryptLengthPastTheDataIsRefused)
 {
     const qulonglong handle = key->importSessionKey(container, kSm4Ecb, wrapped, 180);
     ASSERT_NE(handle, 0u);
@@ -207,7 +217,7 @@ TEST_F(SessionKeyTest, decryptLengthPastTheDataIsRefused)
         << logText().toStdString();
 }
 
-TEST_F(SessionKeyTest, decryptInitRefusesEveryOtherRecordSize)
+TEST_P(SessionKeyTest, decryptInitRefusesEveryOtherRecordSize)
 {
     const qulonglong handle = key->importSessionKey(container, kSm4Ecb, wrapped, 180);
     ASSERT_NE(handle, 0u);
@@ -219,7 +229,7 @@ TEST_F(SessionKeyTest, decryptInitRefusesEveryOtherRecordSize)
         QStringLiteral("decryptInit refused: block-cipher record is 43 bytes, expected 44")));
 }
 
-TEST_F(SessionKeyTest, sessionKeyNeedsTheVerifiedPin)
+TEST_P(SessionKeyTest, sessionKeyNeedsTheVerifiedPin)
 {
     key->close();
     KeyObject *fresh = openFirst();
@@ -231,7 +241,7 @@ TEST_F(SessionKeyTest, sessionKeyNeedsTheVerifiedPin)
         << logText().toStdString();
 }
 
-TEST_F(SessionKeyTest, openingAnOpenContainerAgainAnswersItsHandle)
+TEST_P(SessionKeyTest, openingAnOpenContainerAgainAnswersItsHandle)
 {
     EXPECT_EQ(key->openContainer(QLatin1String(kContainer)), container);
     key->closeContainer(container);
@@ -240,7 +250,7 @@ TEST_F(SessionKeyTest, openingAnOpenContainerAgainAnswersItsHandle)
     EXPECT_EQ(key->getContainerType(reopened), 2);
 }
 
-TEST_F(SessionKeyTest, onlyTheNewestSessionKeysStayOpen)
+TEST_P(SessionKeyTest, onlyTheNewestSessionKeysStayOpen)
 {
     QList<qulonglong> handles;
     for (int i = 0; i <= KeyObject::kSessionKeysKept; ++i) {
@@ -258,7 +268,7 @@ TEST_F(SessionKeyTest, onlyTheNewestSessionKeysStayOpen)
               QByteArrayLiteral("still usable"));
 }
 
-TEST_F(SessionKeyTest, keyStaysUsableForLaterImportsAndGoesWithTheLogin)
+TEST_P(SessionKeyTest, keyStaysUsableForLaterImportsAndGoesWithTheLogin)
 {
     for (int i = 0; i < 3; ++i)
         EXPECT_NE(key->importSessionKey(container, kSm4Ecb, wrapped, 180), 0u) << i;
@@ -270,3 +280,10 @@ TEST_F(SessionKeyTest, keyStaysUsableForLaterImportsAndGoesWithTheLogin)
     ASSERT_TRUE(key->verifyPin(QLatin1String(kUserPin), false));
     EXPECT_NE(key->importSessionKey(container, kSm4Ecb, wrapped, 180), 0u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Drivers, SessionKeyTest,
+                         ::testing::Values(DriverCase{"standard", ZT_SOFTSKF_DRIVER_PATH},
+                                           DriverCase{"wide", ZT_WIDE_DRIVER_PATH}),
+                         [](const ::testing::TestParamInfo<DriverCase> &info) {
+                             return std::string(info.param.name);
+                         });

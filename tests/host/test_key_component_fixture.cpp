@@ -35,7 +35,7 @@ void KeyComponentTest::unplug(const QString &name)
 KeyComponent &KeyComponentTest::component()
 {
     if (!m_component)
-        m_component = std::make_unique<KeyComponent>(m_driverPath, log);
+        m_component = std::make_unique<KeyComponent>(m_driverPath, m_profile, log);
     return *m_component;
 }
 

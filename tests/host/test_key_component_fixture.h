@@ -34,6 +34,8 @@ protected:
     // The driver component() loads: the software device's unless a test names another before
     // its first call of component().
     void useDriver(const QString &path) { m_driverPath = path; }
+    // The profile component() loads it with; auto unless a test sets another first.
+    void useProfile(zthost::DriverProfile profile) { m_profile = profile; }
     zthost::KeyComponent &component();
     // Device 0, opened; fails the test when it cannot be.
     zthost::KeyObject *openFirst();
@@ -50,5 +52,6 @@ private:
     QTemporaryDir m_logDir;
     QString m_logPath;
     QString m_driverPath = QStringLiteral(ZT_SOFTSKF_DRIVER_PATH);
+    zthost::DriverProfile m_profile = zthost::DriverProfile::Auto;
     std::unique_ptr<zthost::KeyComponent> m_component;
 };
