@@ -32,11 +32,16 @@ test: build
 # package tests too: packages are made of the plain build, and a host project linked with a
 # sanitized plug-in would need the sanitizer's runtime loaded first.
 ASAN_BUILD_DIR ?= $(BUILD_DIR)/asan
+# -O1 and line tables only (-g1): the sanitizers' reports keep every frame's file and line, and
+# the tree compiles in about two thirds of the time -O2 -g takes (four heavy files, cold: 23.3 s
+# against 33.9 s), which CI's hour needs.
+ASAN_OPT_FLAGS ?= "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG"
 SANITIZE_FLAGS := -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer
 
 test-asan: bootstrap
 	@cmake -S . -B $(ASAN_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=ON \
-		-DZT_BROWSER_TESTS=OFF "-DCMAKE_C_FLAGS=$(SANITIZE_FLAGS)" "-DCMAKE_CXX_FLAGS=$(SANITIZE_FLAGS)" >/dev/null
+		-DZT_BROWSER_TESTS=OFF "-DCMAKE_C_FLAGS=$(SANITIZE_FLAGS)" "-DCMAKE_CXX_FLAGS=$(SANITIZE_FLAGS)" \
+		$(ASAN_OPT_FLAGS) >/dev/null
 	@cmake --build $(ASAN_BUILD_DIR) --parallel $(JOBS)
 	@ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0:strict_string_checks=1:detect_stack_use_after_return=1 \
 		LSAN_OPTIONS=suppressions=$(CURDIR)/sanitizers/lsan.supp:print_suppressions=0 \
