@@ -11,11 +11,21 @@
 
 #include <new>
 
+// AddressSanitizer's allocator refuses a size it cannot serve by ending the process, where the
+// C library answers null and Qt throws std::bad_alloc: what these tests assert is Qt's answer.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAllocatorAnswersNull = false;
+#else
+constexpr bool kAllocatorAnswersNull = true;
+#endif
+
 using zthost::cli::maxEnvelopeBase64Characters;
 using zthost::cli::maxEnvelopeDerBytes;
 
 TEST(EnvelopeLimit, utf8OfOneCharacterOverTheLimitCannotBeMade)
 {
+    if (!kAllocatorAnswersNull)
+        GTEST_SKIP() << "under AddressSanitizer an impossible allocation ends the process";
     if (!zt_test::kQtSizesAreInt)
         GTEST_SKIP() << "Qt 5 figures: Qt 6 counts in 64 bits (qt6LimitIsOpenSslsIntLengthOfDer)";
     // Never touched: the allocation is refused before any byte is written.
@@ -25,6 +35,8 @@ TEST(EnvelopeLimit, utf8OfOneCharacterOverTheLimitCannotBeMade)
 
 TEST(EnvelopeLimit, utf8ReservationForTheLimitItselfIsGranted)
 {
+    if (!kAllocatorAnswersNull)
+        GTEST_SKIP() << "under AddressSanitizer an impossible allocation ends the process";
     if (!zt_test::kQtSizesAreInt)
         GTEST_SKIP() << "Qt 5 figures: Qt 6 counts in 64 bits (qt6LimitIsOpenSslsIntLengthOfDer)";
     // What toUtf8 asks for at the limit; address space only, never touched.
