@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -71,8 +72,11 @@ QList<QByteArray> tableAddresses(const QHostAddress &address)
     return forms;
 }
 
+// Every entry of the tables, or with `wanted` only those whose line holds one of its texts:
+// checked on the raw line before it is split, because a busy machine lists hundreds of sockets
+// and the bridge asks about each connection it accepts.
 template <typename Visit>
-void forEachEntry(Visit visit)
+void forEachEntry(Visit visit, const QList<QByteArray> &wanted = {})
 {
     for (const char *path : kTables) {
         // stdio rather than QFile: the kernel's files say they are empty until read.
@@ -95,6 +99,11 @@ void forEachEntry(Visit visit)
                 first = false;
                 continue;
             }
+            if (!wanted.isEmpty()
+                && std::none_of(wanted.cbegin(), wanted.cend(), [&line](const QByteArray &text) {
+                       return std::strstr(line, text.constData()) != nullptr;
+                   }))
+                continue;
             const QList<QByteArray> fields = text.simplified().split(' ');
             // sl local rem st tx:rx tr:when retrnsmt uid timeout inode ...
             if (fields.size() < 10)
@@ -131,13 +140,15 @@ std::optional<unsigned> ownerOf(const QHostAddress &local, quint16 localPort,
     for (const QByteArray &address : tableAddresses(remote))
         remotes << endText(address, remotePort);
     std::optional<unsigned> owner;
-    forEachEntry([&](const Entry &entry) {
-        if (locals.contains(entry.local) && remotes.contains(entry.remote)) {
-            owner = entry.uid;
-            return false;
-        }
-        return true;
-    });
+    forEachEntry(
+        [&](const Entry &entry) {
+            if (locals.contains(entry.local) && remotes.contains(entry.remote)) {
+                owner = entry.uid;
+                return false;
+            }
+            return true;
+        },
+        remotes);
     return owner;
 }
 
