@@ -117,12 +117,9 @@ bool FrontDoor::isOwnUsers(QTcpSocket *socket)
 void FrontDoor::accept()
 {
     while (QTcpSocket *socket = m_server.nextPendingConnection()) {
-        // Before anything is read or answered: another user of this machine learns nothing.
-        if (!isOwnUsers(socket)) {
-            socket->abort();
-            socket->deleteLater();
-            continue;
-        }
+        // Whose it is, is asked once its request is whole (readHead), before anything is
+        // answered: a connection that never sends one costs no look-up in the socket table,
+        // which grows with every socket on the machine, and is dropped at the head timeout.
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         if (m_pending.size() >= kMaxPendingConnections)
             evictOnePending();
@@ -195,7 +192,17 @@ void FrontDoor::readHead(QTcpSocket *socket)
     // Peeked, not read: an upgrade goes to the WebSocket server with its bytes still unread.
     const QByteArray bytes = socket->peek(HttpRequestHead::kMaxHeadBytes + 1);
     HttpRequestHead head;
-    switch (HttpRequestHead::parse(bytes, &head)) {
+    const HttpRequestHead::Parse parsed = HttpRequestHead::parse(bytes, &head);
+    if (parsed == HttpRequestHead::Parse::Incomplete)
+        return;
+    // Before anything is answered: another user of this machine learns nothing.
+    if (!isOwnUsers(socket)) {
+        forget(socket);
+        socket->abort();
+        socket->deleteLater();
+        return;
+    }
+    switch (parsed) {
     case HttpRequestHead::Parse::Incomplete:
         return;
     case HttpRequestHead::Parse::TooLarge:

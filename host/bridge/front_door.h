@@ -16,8 +16,9 @@ class QWebSocketServer;
 
 namespace zthost::bridge {
 
-// The bridge's one listening port on 127.0.0.1: closes at once a connection from another local
-// user (on Linux, where the kernel's socket table says who owns the peer's socket), answers GET
+// The bridge's one listening port on 127.0.0.1: closes a connection from another local user
+// once its request head is whole, before any answer (on Linux, where the kernel's socket table
+// says who owns the peer's socket), answers GET
 // and HEAD for the page's files (token mode only), and hands a WebSocket upgrade to the
 // WebSocket server, through a FrameRelay, once its path and Host are right and there is room
 // for another client. The token and the Origin are the bridge's to judge, after the handshake,
