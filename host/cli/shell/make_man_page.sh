@@ -22,8 +22,9 @@ installed() {
   local text=$1
   text=${text//"$binary_dir/libZtCryptographic.so.1"/../lib/libZtCryptographic.so.1 from zthost\'s folder}
   text=${text//"$binary_dir/softskf/libztsoftskf.so"/../lib/libztsoftskf.so from zthost\'s folder}
-  # "(default: SOURCE/web, else BINARY/...)": the source tree's page is the build tree's only.
-  text=$(SOURCE_WEB="$source_dir/web" perl -0pe 's/\Q$ENV{SOURCE_WEB}\E, else\s+//g' <<<"$text")
+  # "(default: SOURCE/web, else BINARY/...)", wrapped wherever the paths' lengths put the line
+  # break: the source tree's page is the build tree's only.
+  text=$(SOURCE_WEB="$source_dir/web" perl -0pe 's/\Q$ENV{SOURCE_WEB}\E,\s+else\s+//g' <<<"$text")
   text=${text//"$binary_dir/host/share/zthost/web"/../share/zthost/web from zthost\'s folder}
   printf '%s\n' "$text"
 }
