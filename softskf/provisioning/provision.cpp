@@ -39,17 +39,6 @@ Status checkName(const std::string &name, const char *what)
     return Status::success();
 }
 
-Status checkPin(const std::string &pin, const char *what)
-{
-    if (pin.size() < kMinPinLength || pin.size() > kMaxPinLength)
-        return Status::failure(SAR_PIN_LEN_RANGE, std::string(what) + " is "
-                                                      + std::to_string(pin.size())
-                                                      + " bytes, expected "
-                                                      + std::to_string(kMinPinLength) + ".."
-                                                      + std::to_string(kMaxPinLength));
-    return Status::success();
-}
-
 std::string hex(const unsigned char *bytes, std::size_t length)
 {
     static const char digits[] = "0123456789ABCDEF";
@@ -193,9 +182,9 @@ bool createDevice(const std::string &root, const DeviceOptions &options, std::st
     if (status.ok())
         status = checkName(options.containerName, "container name");
     if (status.ok())
-        status = checkPin(options.userPin, "user PIN");
+        status = checkPinLength(options.userPin, "user PIN");
     if (status.ok())
-        status = checkPin(options.adminPin, "admin PIN");
+        status = checkPinLength(options.adminPin, "admin PIN");
     if (status.ok() && root.empty())
         status = Status::failure(SAR_INVALIDPARAMERR, "root folder path is empty");
     if (status.ok())

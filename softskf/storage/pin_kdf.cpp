@@ -6,6 +6,17 @@
 
 namespace softskf {
 
+Status checkPinLength(const std::string &pin, const char *what)
+{
+    if (pin.size() < kMinPinLength || pin.size() > kMaxPinLength)
+        return Status::failure(SAR_PIN_LEN_RANGE, std::string(what) + " is "
+                                                      + std::to_string(pin.size())
+                                                      + " bytes, expected "
+                                                      + std::to_string(kMinPinLength) + ".."
+                                                      + std::to_string(kMaxPinLength));
+    return Status::success();
+}
+
 Status pbkdf2Sha256(const std::string &pin, const unsigned char *salt, std::size_t saltLength,
                     std::uint32_t iterations, unsigned char *out, std::size_t outLength)
 {

@@ -21,6 +21,10 @@ inline constexpr std::size_t kMinPinLength = 4;
 inline constexpr std::size_t kMaxPinLength = 64;
 inline constexpr std::size_t kSealingKeyLength = 32;  // AES-256
 
+// SAR_PIN_LEN_RANGE naming `what` ("user PIN", "new PIN", ...) when `pin` is outside
+// kMinPinLength..kMaxPinLength bytes.
+Status checkPinLength(const std::string &pin, const char *what);
+
 Status pbkdf2Sha256(const std::string &pin, const unsigned char *salt, std::size_t saltLength,
                     std::uint32_t iterations, unsigned char *out, std::size_t outLength);
 

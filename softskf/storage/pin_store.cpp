@@ -15,17 +15,6 @@ const char *fileName(PinKind kind)
     return kind == PinKind::User ? layout::kUserPin : layout::kAdminPin;
 }
 
-Status checkLength(const std::string &pin, const char *what)
-{
-    if (pin.size() < kMinPinLength || pin.size() > kMaxPinLength)
-        return Status::failure(SAR_PIN_LEN_RANGE, std::string(what) + " is "
-                                                      + std::to_string(pin.size())
-                                                      + " bytes, expected "
-                                                      + std::to_string(kMinPinLength) + ".."
-                                                      + std::to_string(kMaxPinLength));
-    return Status::success();
-}
-
 // A PIN record once its PIN is checked by a wrap of the key record: the verifier and salts of
 // the earlier layout are of no use any more, and an old verifier would only help someone
 // guessing an old PIN.
@@ -79,12 +68,17 @@ Status readBoth(const std::string &applicationDir, PinKind kind, Check *check)
     return Status::success();
 }
 
-// Under the lock: refuses a locked PIN, checks the PIN and counts a wrong one. Succeeds only
-// for the right PIN; the caller then does its work and resets the counter.
+// Takes the application's lock into `lock`, then refuses a locked PIN, checks the PIN and counts
+// a wrong one. Succeeds only for the right PIN; the caller then does its work, still under the
+// lock, and resets the counter.
 Status checkCounting(const std::string &applicationDir, PinKind kind, const std::string &pin,
-                     std::uint32_t *remaining, Check *check)
+                     std::uint32_t *remaining, FileLock *lock, Check *check)
 {
-    Status status = readBoth(applicationDir, kind, check);
+    Status status = lock->acquire(joinPath(applicationDir, layout::kApplicationLock));
+    if (!status.ok())
+        return status;
+    seams::reach(seams::kPinLocked);
+    status = readBoth(applicationDir, kind, check);
     if (!status.ok())
         return status;
     if (check->pin.remainingRetries == 0)
@@ -187,16 +181,12 @@ Status verifyPinCounting(const std::string &applicationDir, PinKind kind, const 
                          std::uint32_t *remaining, SecretBytes *kek, const SecretBytes *userKek)
 {
     *remaining = 0;
-    Status status = checkLength(pin, "PIN");
+    Status status = checkPinLength(pin, "PIN");
     if (!status.ok())
         return status;
     FileLock lock;
-    status = lock.acquire(joinPath(applicationDir, layout::kApplicationLock));
-    if (!status.ok())
-        return status;
-    seams::reach(seams::kPinLocked);
     Check check;
-    status = checkCounting(applicationDir, kind, pin, remaining, &check);
+    status = checkCounting(applicationDir, kind, pin, remaining, &lock, &check);
     if (!status.ok())
         return status;
     bool recordChanged = false;
@@ -235,18 +225,14 @@ Status changePinCounting(const std::string &applicationDir, PinKind kind,
                          std::uint32_t *remaining)
 {
     *remaining = 0;
-    Status status = checkLength(oldPin, "old PIN");
+    Status status = checkPinLength(oldPin, "old PIN");
     if (status.ok())
-        status = checkLength(newPin, "new PIN");
+        status = checkPinLength(newPin, "new PIN");
     if (!status.ok())
         return status;
     FileLock lock;
-    status = lock.acquire(joinPath(applicationDir, layout::kApplicationLock));
-    if (!status.ok())
-        return status;
-    seams::reach(seams::kPinLocked);
     Check check;
-    status = checkCounting(applicationDir, kind, oldPin, remaining, &check);
+    status = checkCounting(applicationDir, kind, oldPin, remaining, &lock, &check);
     if (!status.ok())
         return status;
     if (hasWrap(check, kind) || kind == PinKind::User) {
@@ -278,18 +264,14 @@ Status unblockUserPinCounting(const std::string &applicationDir, const std::stri
                               const std::string &newUserPin, std::uint32_t *remaining)
 {
     *remaining = 0;
-    Status status = checkLength(adminPin, "admin PIN");
+    Status status = checkPinLength(adminPin, "admin PIN");
     if (status.ok())
-        status = checkLength(newUserPin, "new user PIN");
+        status = checkPinLength(newUserPin, "new user PIN");
     if (!status.ok())
         return status;
     FileLock lock;
-    status = lock.acquire(joinPath(applicationDir, layout::kApplicationLock));
-    if (!status.ok())
-        return status;
-    seams::reach(seams::kPinLocked);
     Check check;
-    status = checkCounting(applicationDir, PinKind::Admin, adminPin, remaining, &check);
+    status = checkCounting(applicationDir, PinKind::Admin, adminPin, remaining, &lock, &check);
     if (!status.ok())
         return status;
     std::uint32_t adminRemaining = 0;
