@@ -32,11 +32,9 @@ ExitCode runCert(const QStringList &arguments)
                                    "output)."),
                     QStringLiteral("FILE")});
     line.addOption({kPem, QStringLiteral("PEM instead of one line of Base64.")});
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
 
     std::unique_ptr<HostSession> session = startHost(line.hostOptions());
     if (!session || !openKey(*session))

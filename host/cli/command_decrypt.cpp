@@ -92,11 +92,9 @@ ExitCode runDecrypt(const QStringList &arguments)
         "locked PIN, an envelope\nmade for another certificate (naming both), a removed device, "
         "a driver that does not load.\nThe envelope carries no integrity check: a damaged one can "
         "decrypt to damaged data."));
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     const QStringList inputs = line.values(kIn);
     if (inputs.isEmpty() && !line.isSet(kInDir))
         return line.usageError(QStringLiteral("missing --in"));

@@ -91,11 +91,9 @@ ExitCode runDemo(const QStringList &arguments)
                     QStringLiteral("One line of JSON instead of the table: {\"ok\", \"totalMs\", "
                                    "\"root\", \"plugin\", \"driver\", \"steps\": [{\"step\", "
                                    "\"outcome\", \"ms\", \"detail\"}]}.")});
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
 
     const std::optional<SessionOptions> configured = line.hostOptions();
     if (!configured)

@@ -93,11 +93,9 @@ ExitCode runDevices(const QStringList &arguments)
                                    "[{\"device\", \"application\", \"userPinTriesLeft\", "
                                    "\"userPinMaxTries\"}], \"problems\"}, tries null when "
                                    "unknown.")});
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     const std::optional<SessionOptions> host = line.hostOptions();
     if (!host)
         return ExitCode::Failure;

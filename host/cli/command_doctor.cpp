@@ -108,11 +108,9 @@ ExitCode runDoctor(const QStringList &arguments)
     line.addOption({kJson, QStringLiteral("Write the checks as one JSON document instead of a table.")});
     line.setNotes(QStringLiteral("Exit status: 0 when no check failed (a warning does not fail), "
                                  "1 otherwise."));
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
 
     const std::optional<SessionOptions> options = line.hostOptions();
     if (!options)

@@ -51,11 +51,9 @@ ExitCode runEncrypt(const QStringList &arguments)
         "keyEncipherment\ngets a warning on standard error, and the envelope is made all the same."
         "\n\nNo plug-in is loaded and no key device is opened: the options every command shares have "
         "no\neffect here."));
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     if (!line.isSet(kCert))
         return line.usageError(QStringLiteral("missing --cert"));
     if (!line.isSet(kIn))

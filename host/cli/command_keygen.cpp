@@ -52,11 +52,9 @@ ExitCode runKeygen(const QStringList &arguments)
     line.addOption({kRetries,
                     QStringLiteral("Tries per PIN before it locks, 1 to 255 (default: 6)."),
                     QStringLiteral("N")});
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     if (!line.isSet(kName))
         return line.usageError(QStringLiteral("missing --name"));
 

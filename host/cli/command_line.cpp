@@ -63,6 +63,16 @@ CommandLine::Parse CommandLine::parse(const QStringList &arguments)
     return Parse::Run;
 }
 
+CommandLine::Parse CommandLine::parseWithoutArguments(const QStringList &arguments)
+{
+    const Parse parsed = parse(arguments);
+    if (parsed != Parse::Run || m_parser.positionalArguments().isEmpty())
+        return parsed;
+    usageError(QStringLiteral("unexpected argument \"%1\"")
+                   .arg(m_parser.positionalArguments().first()));
+    return Parse::UsageError;
+}
+
 ExitCode CommandLine::exitCodeOf(Parse parse)
 {
     return parse == Parse::UsageError ? ExitCode::Usage : ExitCode::Success;

@@ -46,6 +46,9 @@ public:
     // so does a driver profile that is not one, from whichever place it came (except for
     // `zthost config`, which must still show and change a wrong value).
     Parse parse(const QStringList &arguments);
+    // parse() for a command that takes options only: a positional argument is a usage error
+    // naming the first one.
+    Parse parseWithoutArguments(const QStringList &arguments);
 
     // The exit code for a Parse that is not Run.
     static ExitCode exitCodeOf(Parse parse);

@@ -201,11 +201,9 @@ ExitCode runPasswd(const QStringList &arguments)
                                    "the terminal)."),
                     QStringLiteral("PIN")});
     addNewPinOption(line);
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     SessionOptions host;
     std::unique_ptr<SkfDriver> driver = loadDriverWith(line, SkfFunction::ChangePIN, &host);
     if (!driver)
@@ -247,11 +245,9 @@ ExitCode runUnblock(const QStringList &arguments)
                                    "for on the terminal)."),
                     QStringLiteral("PIN")});
     addNewPinOption(line);
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     SessionOptions host;
     std::unique_ptr<SkfDriver> driver = loadDriverWith(line, SkfFunction::UnblockPIN, &host);
     if (!driver)

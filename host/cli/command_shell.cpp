@@ -87,11 +87,9 @@ ExitCode runShell(const QStringList &arguments)
         "without echo; a PIN\ntyped on the call's line is shown as the terminal shows every "
         "line. A failure answer is printed\nwith its explanation and the shell goes on; the exit "
         "status is 1 when any call failed or was\nrefused, else 0."));
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
 
     std::unique_ptr<HostSession> session = startHost(line.hostOptions());
     if (!session)

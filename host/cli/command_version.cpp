@@ -94,11 +94,9 @@ ExitCode runVersion(const QStringList &arguments)
                                     "the driver (what SKF_GetDevInfo reports for the key device "
                                     "in use, or the first one). Exit status 1\nwhen the plug-in's "
                                     "file or the driver is missing."));
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"").arg(line.positionalArguments().first()));
     const std::optional<SessionOptions> host = line.hostOptions();
     if (!host)
         return ExitCode::Failure;

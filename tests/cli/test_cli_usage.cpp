@@ -36,6 +36,20 @@ TEST_F(CliTest, usageErrorsExitWithTwoAndSayWhatWasWrong)
     }
 }
 
+TEST_F(CliTest, everyCommandOfOptionsOnlyRefusesAWordAfterThemBeforeLoadingAnything)
+{
+    for (const char *command : {"demo", "keygen", "devices", "cert", "encrypt", "decrypt", "doctor",
+                                "passwd", "unblock", "serve", "shell", "--version"}) {
+        SCOPED_TRACE(command);
+        const CliRun result = run({command, "--plugin", "/nonexistent/plugin.so", "stray"});
+        EXPECT_EQ(result.exitCode, 2);
+        EXPECT_EQ(result.out, QByteArray());
+        EXPECT_EQ(result.errText(), QStringLiteral("zthost %1: unexpected argument \"stray\"\n"
+                                                   "Try 'zthost %1 --help'.\n")
+                                        .arg(QLatin1String(command)));
+    }
+}
+
 TEST_F(CliTest, everyCommandHasHelp)
 {
     const CliRun overview = run({"help"});
