@@ -1,6 +1,8 @@
 // Parses untrusted bytes: a certificate from a file the user names or from a key device.
 #include "certificate_facts.h"
 
+#include "sealer/key_type.h"
+
 #include <openssl/bio.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
@@ -19,18 +21,6 @@ QDateTime utcOf(const ASN1_TIME *time)
         return QDateTime();
     return QDateTime(QDate(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday),
                      QTime(parts.tm_hour, parts.tm_min, parts.tm_sec), Qt::UTC);
-}
-
-QString keyTypeOf(EVP_PKEY *key)
-{
-    if (!key)
-        return QStringLiteral("unreadable");
-    const char *type = EVP_PKEY_get0_type_name(key);
-    const QString name = type ? QString::fromLatin1(type) : QStringLiteral("of an unknown type");
-    char curve[80] = {};
-    if (EVP_PKEY_is_a(key, "EC") && EVP_PKEY_get_group_name(key, curve, sizeof curve, nullptr))
-        return QStringLiteral("%1 on curve %2").arg(name, QString::fromLatin1(curve));
-    return name;
 }
 
 } // namespace
@@ -52,7 +42,7 @@ bool readCertificateFacts(const QByteArray &der, CertificateFacts *facts, QStrin
         facts->subject = QString::fromUtf8(data, int(size));
     }
     EVP_PKEY *key = X509_get0_pubkey(certificate.get());
-    facts->keyType = keyTypeOf(key);
+    facts->keyType = sealing::keyTypeOf(key);
     facts->sm2 = key && EVP_PKEY_is_a(key, "SM2");
     facts->notBefore = utcOf(X509_get0_notBefore(certificate.get()));
     facts->notAfter = utcOf(X509_get0_notAfter(certificate.get()));

@@ -1,23 +1,9 @@
 // Parses untrusted bytes: the certificate is read by OpenSSL within the length it is given.
 #include "recipient_certificate_p.h"
 
+#include "key_type.h"
+
 namespace zthost::sealing {
-
-namespace {
-// Curve names are short: "prime256v1", "brainpoolP512t1".
-constexpr size_t kCurveNameSize = 80;
-
-// "RSA", or "EC on curve prime256v1" for an elliptic-curve key on a curve other than SM2's.
-QString keyTypeOf(EVP_PKEY *key)
-{
-    const char *type = EVP_PKEY_get0_type_name(key);
-    const QString name = type ? QString::fromLatin1(type) : QStringLiteral("of an unknown type");
-    char curve[kCurveNameSize] = {};
-    if (EVP_PKEY_is_a(key, "EC") && EVP_PKEY_get_group_name(key, curve, sizeof curve, nullptr))
-        return QStringLiteral("%1 on curve %2").arg(name, QString::fromLatin1(curve));
-    return name;
-}
-} // namespace
 
 bool readRecipient(const QByteArray &certificateDer, Recipient *recipient, QString *error)
 {
