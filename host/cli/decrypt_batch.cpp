@@ -199,8 +199,11 @@ ExitCode decryptBatch(const BatchRequest &request, const CommandLine &line)
                                              request.existing, progress, &error);
             row.ms = double(timer.nsecsElapsed()) / 1e6;
             row.outcome = opened ? Outcome::Opened : Outcome::Failed;
-            if (!opened)
+            if (!opened) {
                 printError(QStringLiteral("%1: %2").arg(row.file, error));
+                // The envelope is read again only now, as one envelope's decrypt does.
+                printDiagnosis(*session, envelopeDer(row.envelope));
+            }
             progress.note(QStringLiteral("[%1/%2] %3  %4  %5  %6")
                               .arg(index)
                               .arg(rows.size())

@@ -4,10 +4,30 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 
+#include <openssl/bn.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
 namespace {
 // Generous: the slowest command, the demo, takes well under a second.
 constexpr int kProcessTimeoutMs = 30000;
 } // namespace
+
+QString CliTest::serialOf(const QByteArray &der)
+{
+    const auto *p = reinterpret_cast<const unsigned char *>(der.constData());
+    std::unique_ptr<X509, decltype(&X509_free)> certificate(d2i_X509(nullptr, &p, der.size()),
+                                                            &X509_free);
+    if (!certificate)
+        return QStringLiteral("(no certificate)");
+    std::unique_ptr<BIGNUM, decltype(&BN_free)> serial(
+        ASN1_INTEGER_to_BN(X509_get0_serialNumber(certificate.get()), nullptr), &BN_free);
+    char *hex = BN_bn2hex(serial.get());
+    const QString text = QString::fromLatin1(hex);
+    OPENSSL_free(hex);
+    return text;
+}
 
 void CliTest::SetUp()
 {

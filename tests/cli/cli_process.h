@@ -42,6 +42,10 @@ protected:
         return QByteArray("zthost: using key device \"") + device + "\"\n";
     }
 
+    // A DER certificate's serial number as upper-case hexadecimal, read by OpenSSL on its own,
+    // as the diagnosis line names it.
+    static QString serialOf(const QByteArray &der);
+
     // Runs zthost with `arguments`; `environment` adds or replaces variables.
     CliRun run(const QStringList &arguments,
                const QHash<QString, QString> &environment = QHash<QString, QString>(),

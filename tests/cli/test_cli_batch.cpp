@@ -105,6 +105,34 @@ TEST_F(CliBatch, folderOfEnvelopesOpensWithOnePinAndGoesOnAfterAFailure)
     EXPECT_TEXT(triesLeft(), QStringLiteral("alpha   SOFTAPP      6 of 6"));
 }
 
+TEST_F(CliBatch, envelopeForAnotherKeyGetsItsDiagnosisAndTheNextOneStillOpens)
+{
+    provision(QStringLiteral("beta"));
+    const QByteArray beta = storedCertificate(QStringLiteral("beta"));
+    ASSERT_TRUE(QDir(workFile(QString())).mkpath(QStringLiteral("mixed")));
+    writeWorkFile(QStringLiteral("mixed/1.der"), makeEnvelopeWithOpenSsl(beta, kBravo));
+    writeWorkFile(QStringLiteral("mixed/2.b64"), m_alpha);
+
+    const CliRun batch = run({"decrypt", "--device", "alpha", "--pin", kUserPin, "--in-dir",
+                              "mixed", "--out-dir", "out"});
+    EXPECT_EQ(batch.exitCode, 1);
+    // The host log's error lines, timestamped, come between: the library's own account.
+    QString messages = batch.errText();
+    messages.remove(QRegularExpression(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT[^\\n]* \\[error\\] [^\\n]*\\n"),
+                                       QRegularExpression::MultilineOption));
+    EXPECT_TEXT(messages,
+                QString::fromUtf8(usingDevice("alpha"))
+                    + QStringLiteral("zthost: mixed/1.der: WebZtDecode answered \"false\": "
+                                     "密钥盘不匹配，解密失败\n"
+                                     "zthost: diagnosis: the envelope was made for another "
+                                     "certificate (issuer CN=beta, serial %1); key device "
+                                     "\"alpha\" holds the certificate with issuer CN=alpha, "
+                                     "serial %2\n")
+                          .arg(serialOf(beta), serialOf(storedCertificate(QStringLiteral("alpha")))));
+    EXPECT_FALSE(QFileInfo::exists(workFile(QStringLiteral("out/1"))));
+    EXPECT_EQ(readWorkFile(QStringLiteral("out/2")), kAlpha) << "the diagnosis ends no session";
+}
+
 TEST_F(CliBatch, existingPlaintextIsKeptWithoutForceAndReplacedWithIt)
 {
     ASSERT_TRUE(QDir(workFile(QString())).mkpath(QStringLiteral("out")));

@@ -3,11 +3,6 @@
 // software key.
 #include "cli_process.h"
 
-#include <openssl/bn.h>
-#include <openssl/x509.h>
-
-#include <memory>
-
 namespace {
 const QString kAlpha = QStringLiteral("alpha");
 const QByteArray kText = QByteArrayLiteral("diagnosed\n");
@@ -23,22 +18,6 @@ QString lastLines(const CliRun &run, int count)
     for (int i = qMax(0, int(lines.size()) - count); i < lines.size(); ++i)
         tail += lines.at(i) + QLatin1Char('\n');
     return tail;
-}
-
-// The certificate's serial number as upper-case hexadecimal, read by OpenSSL on its own.
-QString serialOf(const QByteArray &der)
-{
-    const auto *p = reinterpret_cast<const unsigned char *>(der.constData());
-    std::unique_ptr<X509, decltype(&X509_free)> certificate(d2i_X509(nullptr, &p, der.size()),
-                                                            &X509_free);
-    if (!certificate)
-        return QStringLiteral("(no certificate)");
-    std::unique_ptr<BIGNUM, decltype(&BN_free)> serial(
-        ASN1_INTEGER_to_BN(X509_get0_serialNumber(certificate.get()), nullptr), &BN_free);
-    char *hex = BN_bn2hex(serial.get());
-    const QString text = QString::fromLatin1(hex);
-    OPENSSL_free(hex);
-    return text;
 }
 } // namespace
 
