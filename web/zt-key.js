@@ -253,7 +253,7 @@ export class ZtKey extends EventTarget {
   }
 
   // Connects, or connects again after a refusal or a failed attempt (for example once the user
-  // has approved the site and restarted the service); a connection still open is closed first.
+  // has approved the site); a connection still open is closed first.
   connect() { return this.reconnect(); }
 
   async reconnect() {

@@ -3,6 +3,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+#include <optional>
+
 namespace zthost::bridge {
 
 // Who the bridge lets in (docs/BRIDGE_PROTOCOL.md).
@@ -27,6 +30,11 @@ struct BridgeOptions
     // Service mode: the origins whose pages may connect, each as ApprovedOrigin::parse reads
     // it; compared exactly after normalisation.
     QStringList approvedOrigins;
+    // Service mode, optional: asked before the pages that just connected are judged. Answers
+    // the approved origins when they changed since it was last asked (the user approved or
+    // removed a site), else nothing; when they changed but cannot be taken, nothing, with
+    // `problem` saying why, and the bridge keeps the ones it has.
+    std::function<std::optional<QStringList>(QString *problem)> approvedOriginsUpdate;
     // Token mode: origins allowed to open the WebSocket besides the bridge's own http://127.0.0.1:PORT,
     // e.g. "http://localhost:8080". Compared after normalisation (see OriginAllowList).
     QStringList extraOrigins;

@@ -220,8 +220,41 @@ void WebBridge::refuse(QWebSocket *socket, const QString &line, int code, const 
     socket->deleteLater();
 }
 
+namespace {
+QString listText(const OriginAllowList &origins)
+{
+    return origins.origins().isEmpty() ? QStringLiteral("none")
+                                       : origins.origins().join(QLatin1String(", "));
+}
+} // namespace
+
+void WebBridge::refreshApprovedOrigins()
+{
+    if (m_options.mode != BridgeMode::Service || !m_options.approvedOriginsUpdate)
+        return;
+    QString problem;
+    const std::optional<QStringList> now = m_options.approvedOriginsUpdate(&problem);
+    OriginAllowList origins;
+    for (const QString &origin : now ? *now : QStringList()) {
+        ApprovedOrigin approved;
+        if (!ApprovedOrigin::parse(origin, &approved, &problem))
+            break;
+        origins.add(approved.origin);
+    }
+    if (!problem.isEmpty()) {
+        note(QStringLiteral("kept the approved origins (%1): %2").arg(listText(m_origins), problem));
+        return;
+    }
+    if (!now)
+        return;
+    m_origins = origins;
+    if (m_log)
+        m_log->debug(QStringLiteral("bridge: approved origins now: %1").arg(listText(m_origins)));
+}
+
 void WebBridge::acceptWebSockets()
 {
+    refreshApprovedOrigins();
     while (QWebSocket *socket = m_webSockets->nextPendingConnection()) {
         QString line;
         QString reason;

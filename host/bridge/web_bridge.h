@@ -88,6 +88,7 @@ signals:
 private:
     void judgeOrigin(QWebSocketCorsAuthenticator *authenticator);
     void acceptWebSockets();
+    void refreshApprovedOrigins();
     // False when the page may come in; else true with the line to log, the close code and
     // the reason.
     bool refuses(QWebSocket *socket, QString *line, int *code, QString *reason) const;

@@ -32,10 +32,10 @@ ExitCode saved(QSettings &settings, const QStringList &origins)
     return ExitCode::Success;
 }
 
-void restartHint()
+void runningServiceHint()
 {
-    printMessage(QStringLiteral("zthost origins: a running service reads the list when it "
-                                "starts: restart it (systemctl --user restart zthost-bridge)."));
+    printMessage(QStringLiteral("zthost origins: a running service takes the list as it is now "
+                                "from the next page that connects."));
 }
 
 } // namespace
@@ -114,7 +114,7 @@ ExitCode runOrigins(const QStringList &arguments)
                            approved.kind == bridge::ApprovedOrigin::Kind::LoopbackHttp
                                ? kDevelopmentMark
                                : QString()));
-        restartHint();
+        runningServiceHint();
         return ExitCode::Success;
     }
 
@@ -126,7 +126,7 @@ ExitCode runOrigins(const QStringList &arguments)
     if (code != ExitCode::Success)
         return code;
     printLine(QStringLiteral("removed: %1").arg(approved.origin));
-    restartHint();
+    runningServiceHint();
     return ExitCode::Success;
 }
 

@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include "approved_origins_file.h"
 #include "command_line.h"
 #include "configuration_file.h"
 #include "console.h"
@@ -17,6 +18,7 @@
 #include <QHostAddress>
 
 #include <csignal>
+#include <optional>
 
 namespace zthost::cli {
 
@@ -40,6 +42,27 @@ bool parseBounded(const QString &text, qint64 low, qint64 high, qint64 *value)
     return true;
 }
 
+// The approved origins as the configuration file holds them; false with `error` naming the
+// file and the entry when one is no origin the service can approve.
+bool readApprovedOrigins(const CommandLine &line, QStringList *origins, QString *error)
+{
+    origins->clear();
+    const SettingValue stored = line.setting(kOrigins);
+    if (stored.source == SettingSource::Default)
+        return true;
+    for (const QString &origin : stored.value.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        bridge::ApprovedOrigin approved;
+        QString problem;
+        if (!bridge::ApprovedOrigin::parse(origin.trimmed(), &approved, &problem)) {
+            *error = QStringLiteral("%1 in %2: %3 (zthost origins remove it)")
+                         .arg(ConfigKey::kBridgeOrigins, line.settings().configurationPath(), problem);
+            return false;
+        }
+        *origins << approved.origin;
+    }
+    return true;
+}
+
 // The service's port (--port, else the configuration file, else the default) and approved
 // origins (the configuration file); false with `error` naming where a wrong value came from.
 bool readServiceSettings(const CommandLine &line, bridge::BridgeOptions *options, QString *error)
@@ -52,20 +75,7 @@ bool readServiceSettings(const CommandLine &line, bridge::BridgeOptions *options
         return false;
     }
     options->port = quint16(number);
-    const SettingValue origins = line.setting(kOrigins);
-    if (origins.source == SettingSource::Default)
-        return true;
-    for (const QString &origin : origins.value.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-        bridge::ApprovedOrigin approved;
-        QString problem;
-        if (!bridge::ApprovedOrigin::parse(origin.trimmed(), &approved, &problem)) {
-            *error = QStringLiteral("%1 in %2: %3 (zthost origins remove it)")
-                         .arg(ConfigKey::kBridgeOrigins, line.settings().configurationPath(), problem);
-            return false;
-        }
-        options->approvedOrigins << approved.origin;
-    }
-    return true;
+    return readApprovedOrigins(line, &options->approvedOrigins, error);
 }
 } // namespace
 
@@ -111,14 +121,11 @@ ExitCode runServe(const QStringList &arguments)
     line.setNotes(QStringLiteral(
         "Anyone with the printed address can use the key while the bridge runs: keep it to "
         "yourself.\nThe service lets in any page of an approved origin, and only this user's "
-        "own connections;\nit reads %1 once, when it starts.")
+        "own connections;\nit reads the approved sites from %1 again each time that file changes.")
                       .arg(configurationFilePath()));
-    const CommandLine::Parse parsed = line.parse(arguments);
+    const CommandLine::Parse parsed = line.parseWithoutArguments(arguments);
     if (parsed != CommandLine::Parse::Run)
         return CommandLine::exitCodeOf(parsed);
-    if (!line.positionalArguments().isEmpty())
-        return line.usageError(QStringLiteral("unexpected argument \"%1\"")
-                                   .arg(line.positionalArguments().first()));
 
     // The bridge reaches the user's key: no other interface, whatever is asked.
     const QHostAddress listen(line.value(kListen));
@@ -155,10 +162,22 @@ ExitCode runServe(const QStringList &arguments)
             options.extraOrigins << origin.trimmed();
     }
     options.webRoot = line.isSet(kWeb) ? line.value(kWeb) : bridge::defaultWebRoot();
+    // The service takes the sites its user approves or removes while it runs, from the next
+    // page that connects on.
+    std::optional<ApprovedOriginsFile> originsFile;
     if (service) {
         QString error;
         if (!readServiceSettings(line, &options, &error))
             return failed(error);
+        originsFile.emplace(
+            line.settings().configurationPath(),
+            [&line](QStringList *origins, QString *error) {
+                return readApprovedOrigins(line, origins, error);
+            },
+            options.approvedOrigins);
+        options.approvedOriginsUpdate = [&originsFile](QString *problem) {
+            return originsFile->update(problem);
+        };
     }
 
     // Installed before the host starts, so that a stop asked for during start-up still goes
@@ -187,8 +206,8 @@ ExitCode runServe(const QStringList &arguments)
             printLine(bridge.webSocketUrl().toString(QUrl::FullyEncoded));
             if (options.approvedOrigins.isEmpty())
                 printMessage(QStringLiteral("zthost serve: no site is approved yet: approve one "
-                                            "with zthost origins add ORIGIN, then restart the "
-                                            "service."));
+                                            "with zthost origins add ORIGIN; the service takes "
+                                            "it from the next page on."));
             else
                 printMessage(QStringLiteral("zthost serve: the service takes pages of %1; "
                                             "Ctrl+C stops it.")

@@ -297,16 +297,22 @@ protected:
     // every earlier close and deleted what those connections held.
     qint64 settledResidentBytes()
     {
-        BridgeClient probe(serve.origin());
-        if (!probe.open(serve.webSocketUrl()))
+        // The pages just closed may still hold their places for a moment (the server lets a
+        // page go after its socket's last signal), and a probe then is refused as one too many.
+        std::unique_ptr<BridgeClient> probe;
+        const bool opened = waitFor([&] {
+            probe = std::make_unique<BridgeClient>(serve.origin());
+            return probe->open(serve.webSocketUrl());
+        }, 10'000);
+        if (!opened)
             return -1;
-        probe.initialize();
+        probe->initialize();
         // A fresh page has no failure of its own.
-        if (probe.call(QStringLiteral("WebGetLastErrorMsg")) != QJsonValue(QString(QLatin1String(""))))
+        if (probe->call(QStringLiteral("WebGetLastErrorMsg")) != QJsonValue(QString(QLatin1String(""))))
             return -1;
         const qint64 bytes = residentBytes(serve.process().processId());
-        probe.socket().close();
-        probe.waitForDisconnected();
+        probe->socket().close();
+        probe->waitForDisconnected();
         return bytes;
     }
 

@@ -288,8 +288,8 @@ TEST_F(ServiceTest, originsCommandStoresApprovesAndRefusesWithExactTexts)
     const auto run = [this](const QStringList &arguments) {
         return serve.run(QStringList{QStringLiteral("origins")} + arguments);
     };
-    const QByteArray hint = "zthost origins: a running service reads the list when it starts: restart it "
-                            "(systemctl --user restart zthost-bridge).\n";
+    const QByteArray hint = "zthost origins: a running service takes the list as it is now from the "
+                            "next page that connects.\n";
     ServeProcess::Run result = run({QStringLiteral("list")});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.standardOutput, QByteArray());
@@ -348,6 +348,84 @@ TEST_F(ServiceTest, originsCommandStoresApprovesAndRefusesWithExactTexts)
     result = run({});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_EQ(result.standardError, "zthost origins: say add ORIGIN, list or remove ORIGIN\nTry 'zthost origins --help'.\n");
+}
+
+TEST_F(ServiceTest, takesSitesApprovedAndRemovedWhileItRunsFromTheNextPageOn)
+{
+    const QString other = QStringLiteral("https://other.example");
+    const quint16 port = freePort();
+    startService(port);
+    expectClosed(other, serviceUrl(), 4403, QStringLiteral("origin not approved"));
+
+    ServeProcess::Run added = serve.run({QStringLiteral("origins"), QStringLiteral("add"), other});
+    ASSERT_EQ(added.exitCode, 0) << added.standardError.constData();
+    BridgeClient otherPage(other);
+    ASSERT_TRUE(otherPage.open(serviceUrl()));
+    otherPage.initialize();
+    EXPECT_EQ(otherPage.call(QStringLiteral("WebOpenKey")), QJsonValue(true));
+    EXPECT_TRUE(serve.hostLog().contains(
+        "bridge: approved origins now: https://site.example, https://other.example\n"))
+        << serve.hostLog().constData();
+
+    // A page already open keeps its session; the removed site's next page is refused.
+    BridgeClient sitePage(kSite);
+    ASSERT_TRUE(sitePage.open(serviceUrl()));
+    sitePage.initialize();
+    const ServeProcess::Run removed = serve.run({QStringLiteral("origins"), QStringLiteral("remove"), kSite});
+    ASSERT_EQ(removed.exitCode, 0) << removed.standardError.constData();
+    expectClosed(kSite, serviceUrl(), 4403, QStringLiteral("origin not approved"));
+    EXPECT_EQ(sitePage.call(QStringLiteral("WebOpenKey")), QJsonValue(true));
+    EXPECT_TRUE(serve.hostLog().contains("bridge: approved origins now: https://other.example\n"))
+        << serve.hostLog().constData();
+
+    // A hand edit the service cannot take leaves the list as it was, and the log says why.
+    {
+        QSettings settings(serve.configurationFile(), QSettings::IniFormat);
+        settings.setValue(QStringLiteral("bridge/origins"), QStringList{kSite, "http://site.example"});
+    }
+    expectClosed(kSite, serviceUrl(), 4403, QStringLiteral("origin not approved"));
+    BridgeClient stillApproved(other);
+    ASSERT_TRUE(stillApproved.open(serviceUrl()));
+    stillApproved.initialize();
+    EXPECT_EQ(stillApproved.call(QStringLiteral("WebOpenKey")), QJsonValue(true));
+    EXPECT_TRUE(serve.hostLog().contains(
+        "[warning] bridge: kept the approved origins (https://other.example): bridge/origins in "
+        + serve.configurationFile().toUtf8()
+        + ": only https origins, or http on 127.0.0.1, localhost or [::1] for development: "
+          "\"http://site.example\" (zthost origins remove it)\n"))
+        << serve.hostLog().constData();
+
+    // Every site removed: none is let in.
+    {
+        QSettings settings(serve.configurationFile(), QSettings::IniFormat);
+        settings.remove(QStringLiteral("bridge/origins"));
+    }
+    expectClosed(other, serviceUrl(), 4403, QStringLiteral("origin not approved"));
+    EXPECT_TRUE(serve.hostLog().contains("bridge: approved origins now: none\n"))
+        << serve.hostLog().constData();
+    ASSERT_TRUE(serve.stop(SIGTERM));
+}
+
+TEST_F(ServiceTest, startedWithNoConfigurationFileTakesTheFirstSiteApproved)
+{
+    ASSERT_FALSE(QFile::exists(serve.configurationFile()));
+    const quint16 port = freePort();
+    QString failure;
+    ASSERT_TRUE(serve.start({QStringLiteral("--service"), QStringLiteral("--port"), QString::number(port)},
+                            &failure))
+        << qPrintable(failure);
+    expectClosed(kSite, serviceUrl(), 4403, QStringLiteral("origin not approved"));
+    const ServeProcess::Run added = serve.run({QStringLiteral("origins"), QStringLiteral("add"), kSite});
+    ASSERT_EQ(added.exitCode, 0) << added.standardError.constData();
+    BridgeClient page(kSite);
+    ASSERT_TRUE(page.open(serviceUrl()));
+    page.initialize();
+    EXPECT_EQ(page.call(QStringLiteral("WebOpenKey")), QJsonValue(true));
+    ASSERT_TRUE(serve.stop(SIGTERM));
+    EXPECT_TRUE(serve.standardError().contains(
+        "zthost serve: no site is approved yet: approve one with zthost origins add ORIGIN; the "
+        "service takes it from the next page on.\n"))
+        << serve.standardError().constData();
 }
 
 TEST_F(ServiceTest, refusesToStartWithAnOriginTheServiceWouldNotTake)
