@@ -36,6 +36,13 @@ QString modeName(BridgeMode mode)
     return mode == BridgeMode::Service ? QStringLiteral("service") : QStringLiteral("token");
 }
 
+// An allow-list as the log shows it.
+QString listText(const OriginAllowList &origins)
+{
+    return origins.origins().isEmpty() ? QStringLiteral("none")
+                                       : origins.origins().join(QLatin1String(", "));
+}
+
 } // namespace
 
 WebBridge::WebBridge(ScriptableSource &objects, BridgeOptions options, HostLog *log,
@@ -219,14 +226,6 @@ void WebBridge::refuse(QWebSocket *socket, const QString &line, int code, const 
     socket->close(QWebSocketProtocol::CloseCode(code), reason);
     socket->deleteLater();
 }
-
-namespace {
-QString listText(const OriginAllowList &origins)
-{
-    return origins.origins().isEmpty() ? QStringLiteral("none")
-                                       : origins.origins().join(QLatin1String(", "));
-}
-} // namespace
 
 void WebBridge::refreshApprovedOrigins()
 {
